@@ -1,0 +1,107 @@
+// Operating-system services of the kernel: files, global memory, text encodings and
+// the errno mapping. Everything here is implemented in platform/; no other part of the
+// library calls the operating system directly.
+#pragma once
+
+#include "ostra/kadefs.h"
+
+// ---------------------------------------------------------------- files
+// Access, sharing and creation dispositions as the chunk functions use them.
+#define GENERIC_READ 0x80000000u
+#define GENERIC_WRITE 0x40000000u
+#define FILE_SHARE_READ 0x1u
+#define FILE_SHARE_WRITE 0x2u
+#define FILE_SHARE_DELETE 0x4u
+#define CREATE_NEW 1u
+#define CREATE_ALWAYS 2u
+#define OPEN_EXISTING 3u
+#define OPEN_ALWAYS 4u
+#define TRUNCATE_EXISTING 5u
+#define FILE_ATTRIBUTE_NORMAL 0x80u
+#define FILE_FLAG_SEQUENTIAL_SCAN 0x08000000u
+#define FILE_FLAG_RANDOM_ACCESS 0x10000000u
+#define FILE_BEGIN 0u
+#define FILE_CURRENT 1u
+#define FILE_END 2u
+
+// Opens or creates a file (path in UTF-16 or UTF-8). Sharing is advisory on POSIX: a
+// handle opened for writing without FILE_SHARE_WRITE holds no lock other processes see.
+OSTRA_API HRESULT KaFile_Open(const KAWCHAR* path, DWORD access, DWORD share, DWORD disposition,
+                              DWORD flags, KAHFILE* out) noexcept;
+OSTRA_API HRESULT KaFile_OpenUtf8(const char* path, DWORD access, DWORD share, DWORD disposition,
+                                  DWORD flags, KAHFILE* out) noexcept;
+OSTRA_API HRESULT KaFile_Close(KAHFILE file) noexcept;
+// Reads up to count bytes; a short count (end of file) is S_OK with *read < count.
+OSTRA_API HRESULT KaFile_Read(KAHFILE file, void* buffer, DWORD count, DWORD* read) noexcept;
+// Writes count bytes; anything less is a failure whose code says why (disk full, ...).
+OSTRA_API HRESULT KaFile_Write(KAHFILE file, const void* buffer, DWORD count, DWORD* written) noexcept;
+OSTRA_API HRESULT KaFile_Seek(KAHFILE file, INT64 distance, DWORD method, INT64* newPosition) noexcept;
+OSTRA_API HRESULT KaFile_GetPosition(KAHFILE file, INT64* position) noexcept;
+OSTRA_API HRESULT KaFile_SetEndOfFile(KAHFILE file) noexcept;
+OSTRA_API HRESULT KaFile_GetSize(KAHFILE file, UINT64* size) noexcept;
+// Modification time in 100-nanosecond ticks since 1601-01-01 (the kernel's file-time base).
+OSTRA_API HRESULT KaFile_GetModifiedTime(KAHFILE file, INT64* fileTime) noexcept;
+OSTRA_API HRESULT KaFile_Flush(KAHFILE file) noexcept;
+OSTRA_API HRESULT KaFile_Delete(const KAWCHAR* path) noexcept;
+OSTRA_API HRESULT KaFile_DeleteUtf8(const char* path) noexcept;
+
+// ---------------------------------------------------------------- global memory
+// Movable blocks with a lock count. The handle stays valid across KaGlobalReAlloc; the
+// address returned by KaGlobalLock may change when an unlocked block is reallocated.
+typedef struct KaOpaqueGlobal* KAHGLOBAL;
+#define GMEM_FIXED 0x0000u
+#define GMEM_MOVEABLE 0x0002u
+#define GMEM_ZEROINIT 0x0040u
+#define GHND (GMEM_MOVEABLE | GMEM_ZEROINIT)
+#define GPTR (GMEM_FIXED | GMEM_ZEROINIT)
+
+OSTRA_API KAHGLOBAL KaGlobalAlloc(UINT flags, SIZE_T bytes) noexcept;
+OSTRA_API KAHGLOBAL KaGlobalReAlloc(KAHGLOBAL mem, SIZE_T bytes, UINT flags) noexcept;
+OSTRA_API void* KaGlobalLock(KAHGLOBAL mem) noexcept;
+// Returns TRUE while the block is still locked after this call.
+OSTRA_API BOOL KaGlobalUnlock(KAHGLOBAL mem) noexcept;
+OSTRA_API SIZE_T KaGlobalSize(KAHGLOBAL mem) noexcept;
+OSTRA_API UINT KaGlobalLockCount(KAHGLOBAL mem) noexcept;
+// The handle of a block from an address that KaGlobalLock returned; null otherwise.
+OSTRA_API KAHGLOBAL KaGlobalHandle(const void* locked) noexcept;
+// Returns null on success, the handle when it was not a block of this allocator.
+OSTRA_API KAHGLOBAL KaGlobalFree(KAHGLOBAL mem) noexcept;
+// Convenience for memory handed across the interface as a locked pointer: unlocks and
+// frees the block behind an address from KaGlobalLock. A null pointer is accepted.
+OSTRA_API void KaGlobalFreePtr(void* locked) noexcept;
+// Live blocks and bytes of this allocator in the process (tests use them to prove that
+// nothing leaks).
+OSTRA_API void KaGlobalGetStats(UINT64* liveBlocks, UINT64* liveBytes) noexcept;
+
+// ---------------------------------------------------------------- text
+// Code pages: KA_CP_ACP is the process's "ANSI code page" (Windows-1252 unless set),
+// converted through iconv.
+#define KA_CP_ACP 0u
+#define KA_CP_UTF8 65001u
+#define KA_MB_PRECOMPOSED 0x1u
+
+// Sets the ANSI code page by number (1250-1258, 874, 932, 936, 949, 950, 437, 850, 28591,
+// 65001 ...); E_INVALIDARG when iconv does not know it.
+OSTRA_API HRESULT KaText_SetAnsiCodePage(UINT codePage) noexcept;
+OSTRA_API UINT KaText_GetAnsiCodePage() noexcept;
+// Converts as the classic MultiByteToWideChar/WideCharToMultiByte do: a source length of
+// -1 means zero-terminated and the terminator is converted and counted; a destination
+// capacity of 0 asks for the required count. Returns the count written (units), or 0
+// on failure (destination too small, unknown code page). Undecodable input becomes
+// U+FFFD (wide) or '?' (narrow).
+OSTRA_API int KaText_MultiByteToWide(UINT codePage, DWORD flags, const char* src, int srcLen,
+                                     KAWCHAR* dst, int dstCap) noexcept;
+OSTRA_API int KaText_WideToMultiByte(UINT codePage, DWORD flags, const KAWCHAR* src, int srcLen,
+                                     char* dst, int dstCap) noexcept;
+// Length of a zero-terminated wide string in units.
+OSTRA_API size_t KaText_WideLength(const KAWCHAR* s) noexcept;
+
+// ---------------------------------------------------------------- system errors
+// The result code for an errno value (ENOENT to KAERR_NOT_FOUND, ENOSPC to
+// KAERR_DISK_FULL, EACCES to E_ACCESSDENIED, ...), and for the calling thread's errno.
+OSTRA_API HRESULT KaHresultFromErrno(int err) noexcept;
+OSTRA_API HRESULT KaHresultFromLastError() noexcept;
+
+// ---------------------------------------------------------------- console
+// TRUE when the descriptor (0 input, 1 output, 2 error) is a terminal.
+OSTRA_API BOOL KaConsole_IsTerminal(int stream) noexcept;

@@ -1,0 +1,8 @@
+// Umbrella header: the whole exported interface of the Ostra Kernel.
+#pragma once
+
+#include "ostra/kadefs.h"
+#include "ostra/kaerror.h"
+#include "ostra/kaplatform.h"
+#include "ostra/kacpu.h"
+#include "ostra/kakernel.h"

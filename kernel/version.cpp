@@ -1,0 +1,3 @@
+#include "ostra/kakernel.h"
+
+DWORD KaKernel_GetVersion() noexcept { return KAKERNEL_VERSION; }

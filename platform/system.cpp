@@ -1,0 +1,16 @@
+#include <unistd.h>
+
+#include "platform/internal/system.h"
+
+namespace ostra::platform {
+
+uint32_t processorCount() noexcept {
+  const long n = sysconf(_SC_NPROCESSORS_ONLN);
+  return n > 0 ? uint32_t(n) : 1u;
+}
+
+}  // namespace ostra::platform
+
+#include "ostra/kaplatform.h"
+
+BOOL KaConsole_IsTerminal(int stream) noexcept { return isatty(stream) ? TRUE : FALSE; }

@@ -1,0 +1,27 @@
+cmake_minimum_required(VERSION 3.25)
+# Installs the build into a scratch prefix, then configures, builds and runs the example
+# that uses find_package(OstraKernel) and the pkg-config file.
+file(REMOVE_RECURSE ${WORK_DIR})
+execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix
+  RESULT_VARIABLE rc OUTPUT_QUIET)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "install failed")
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/hello -B ${WORK_DIR}/build -G Ninja
+  -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix RESULT_VARIABLE rc OUTPUT_QUIET)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "configuring the example against the installed package failed")
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK_DIR}/build RESULT_VARIABLE rc OUTPUT_QUIET)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "building the example failed")
+endif()
+execute_process(COMMAND ${WORK_DIR}/build/hello OUTPUT_VARIABLE out RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0 OR NOT out MATCHES "Ostra Kernel 17\\.0\\.321")
+  message(FATAL_ERROR "example failed: ${out}")
+endif()
+file(GLOB pc ${WORK_DIR}/prefix/lib*/pkgconfig/ostrakernel.pc ${WORK_DIR}/prefix/lib/*/pkgconfig/ostrakernel.pc)
+if(NOT pc)
+  message(FATAL_ERROR "pkg-config file not installed")
+endif()
+message(STATUS "install check passed: ${out}")
