@@ -105,3 +105,33 @@ OSTRA_API HRESULT KaHresultFromLastError() noexcept;
 // ---------------------------------------------------------------- console
 // TRUE when the descriptor (0 input, 1 output, 2 error) is a terminal.
 OSTRA_API BOOL KaConsole_IsTerminal(int stream) noexcept;
+
+// ---------------------------------------------------------------- clocks
+// Milliseconds since an arbitrary start, wrapping at 2^32 as the classic tick count does.
+OSTRA_API DWORD KaGetTickCount() noexcept;
+// A monotonic high-resolution counter and its frequency in counts per second.
+OSTRA_API BOOL KaQueryPerformanceCounter(INT64* count) noexcept;
+OSTRA_API BOOL KaQueryPerformanceFrequency(INT64* frequency) noexcept;
+OSTRA_API void KaSleep(DWORD milliseconds) noexcept;
+
+// ---------------------------------------------------------------- message boxes
+// Every message box of the kernel goes through the host's hook. Without one the message
+// goes to standard error and the answer is IDOK.
+#define MB_OK 0x0u
+#define MB_OKCANCEL 0x1u
+#define MB_YESNOCANCEL 0x3u
+#define MB_YESNO 0x4u
+#define MB_ICONERROR 0x10u
+#define MB_ICONQUESTION 0x20u
+#define MB_ICONWARNING 0x30u
+#define MB_ICONINFORMATION 0x40u
+#define IDOK 1
+#define IDCANCEL 2
+#define IDYES 6
+#define IDNO 7
+
+typedef int (*KAMESSAGEBOXHOOK)(HWND owner, const KAWCHAR* text, const KAWCHAR* caption, UINT flags,
+                                void* context);
+// Installs (or with null removes) the hook; returns the previous one.
+OSTRA_API KAMESSAGEBOXHOOK KaSetMessageBoxHook(KAMESSAGEBOXHOOK hook, void* context) noexcept;
+OSTRA_API int KaMessageBox(HWND owner, const KAWCHAR* text, const KAWCHAR* caption, UINT flags) noexcept;
