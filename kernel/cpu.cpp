@@ -71,8 +71,10 @@ BOOL KaSetCPUClassBySupport() noexcept {
   CpuState& s = state();
   const uint32_t allowed = s.allowed.load() & ~KACPU_CLASS_MASK;
   s.allowed.store(allowed);
-  s.forced.store((allowed & KACPU_SSE2) ? KACPU_CLASS_SSE2 : (allowed & KACPU_SSE) ? KACPU_CLASS_SSE
-                 : (allowed & KACPU_MMX) ? KACPU_CLASS_MMX : KACPU_CLASS_NONE);
+  s.forced.store((allowed & KACPU_SSE2)  ? KACPU_CLASS_SSE2
+                 : (allowed & KACPU_SSE) ? KACPU_CLASS_SSE
+                 : (allowed & KACPU_MMX) ? KACPU_CLASS_MMX
+                                         : KACPU_CLASS_NONE);
   s.generation.fetch_add(1);
   return TRUE;
 }

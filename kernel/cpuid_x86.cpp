@@ -47,8 +47,10 @@ CpuIdentification identifyProcessor() noexcept {
     if (b7 & (1u << 16)) f |= KACPU_AVX512F;
   }
   if ((f & KACPU_SSE) && dazControlWorks()) f |= KACPU_DAZ;
-  const uint32_t cls = (f & KACPU_SSE2) ? KACPU_CLASS_SSE2 : (f & KACPU_SSE) ? KACPU_CLASS_SSE
-                       : (f & KACPU_MMX) ? KACPU_CLASS_MMX : KACPU_CLASS_NONE;
+  const uint32_t cls = (f & KACPU_SSE2)  ? KACPU_CLASS_SSE2
+                       : (f & KACPU_SSE) ? KACPU_CLASS_SSE
+                       : (f & KACPU_MMX) ? KACPU_CLASS_MMX
+                                         : KACPU_CLASS_NONE;
   id.processor = f | cls;
 
   // The AVX family needs the operating system to save the YMM (and ZMM) state.
