@@ -6,3 +6,4 @@
 #include "ostra/kaplatform.h"
 #include "ostra/kacpu.h"
 #include "ostra/kakernel.h"
+#include "ostra/aiff.h"
