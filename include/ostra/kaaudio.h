@@ -62,3 +62,171 @@ enum KASAMPLETYPE : int32_t {
 #define KAWF_FLAG_RAW 0x8u
 #define KAWF_FLAG_EXTENSIBLE 0x10u
 #define KAWAVEFORMAT_MAX_EXTRA 1024u
+
+// The standard media sub-types: the format code in the first field, the rest fixed.
+inline constexpr GUID KSDATAFORMAT_SUBTYPE_PCM = KaGuid("00000001-0000-0010-8000-00AA00389B71");
+inline constexpr GUID KSDATAFORMAT_SUBTYPE_IEEE_FLOAT =
+    KaGuid("00000003-0000-0010-8000-00AA00389B71");
+// The sub-type of a format code; the extensible record carries codes this way.
+constexpr GUID KaAudio_SubFormatFromTag(WORD tag) noexcept {
+  GUID g = KSDATAFORMAT_SUBTYPE_PCM;
+  g.Data1 = tag;
+  return g;
+}
+
+// ---------------------------------------------------------------- _kawaveformat
+// Which system description KaAudio_GeneralCopyWfx produces.
+enum KAWAVEFORMAT_COPY_DEST : int32_t {
+  KAWFCOPY_AUTO = 0,              // extensible when it came from one or has a non-default mask
+  KAWFCOPY_WFX = 1,               // plain; a raw record's mask may still ask for extensible
+  KAWFCOPY_WFX_NOMASK = 2,        // plain, mask ignored
+  KAWFCOPY_EXT_MULTICHANNEL = 3,  // extensible for more than two channels
+  KAWFCOPY_EXT = 4,               // always extensible
+};
+
+#define KAWAVEFORMAT_FIXED_SIZE 32u    // bytes before the extra-size field
+#define KAWAVEFORMAT_EXTRA_OFFSET 34u  // first extra byte
+#define KAWAVEFORMAT_BUFFER_SIZE 136u  // what callers usually reserve
+
+// The kernel's description of audio. A buffer holding one may be smaller than
+// sizeof(_kawaveformat): every function that fills one takes the buffer's size, and
+// dwSize tells how many bytes are valid (32 plus the extra bytes). The extra-size field
+// exists only in buffers of at least 34 bytes.
+struct OSTRA_API _kawaveformat {
+  DWORD dwSize;             // valid bytes: 32 + cbExtra
+  KASAMPLETYPE SampleType;  // KASAMPLE_NONE for raw (compressed) records
+  DWORD nSamplesPerSec;
+  WORD nChannels;
+  WORD nBlockAlign;     // bytes per frame, all channels
+  DWORD dwChannelMask;  // 0: the lowest nChannels speaker bits
+  DWORD dwFlags;        // KAWF_FLAG_RAW, KAWF_FLAG_EXTENSIBLE
+  WORD wFormatTag;      // raw records only
+  WORD wBitsPerSample;  // raw records only
+  DWORD nAvgBytesPerSec;
+  WORD cbExtra;  // only when the buffer has at least 34 bytes
+  BYTE abExtra[KAWAVEFORMAT_MAX_EXTRA];
+
+  // Clears the buffer (32 bytes when bufferSize is below 34, else bufferSize bytes) and
+  // describes uncompressed audio of the given type.
+  void Init(DWORD samplesPerSec, KASAMPLETYPE type, WORD channels, DWORD channelMask,
+            DWORD bufferSize) noexcept;
+  // As Init, with the type derived from a tag and bit depth (PCM 20 bits counts as 24);
+  // an unknown pair makes a raw record.
+  void InitAsWfx(WORD formatTag, DWORD samplesPerSec, WORD bitsPerSample, WORD channels,
+                 DWORD channelMask, DWORD bufferSize) noexcept;
+  // From a system description (plain or extensible). A null description clears the record.
+  void Init(DWORD bufferSize, const WAVEFORMATEX* wfx) noexcept;
+  // Recomputes block align and average bytes per second of a typed record; returns the
+  // block align.
+  WORD UpdateBlockAlign() noexcept;
+  WORD FormatTag() const noexcept;
+  WORD BitsPerSample() const noexcept;
+  WORD BytesPerSample() const noexcept;
+  bool IsCompressed() const noexcept { return (dwFlags & KAWF_FLAG_RAW) != 0; }
+  // The mask in use: dwChannelMask, or the default mask when it is 0.
+  DWORD EffectiveChannelMask() const noexcept;
+  // Extra bytes actually held (0 when the record has no extra-size field).
+  WORD ExtraSize() const noexcept;
+  bool IsEqual(const _kawaveformat& other) const noexcept;
+  bool IsEqual(const WAVEFORMATEX& wfx) const noexcept;
+  bool operator==(const _kawaveformat& other) const noexcept { return IsEqual(other); }
+  bool operator==(const WAVEFORMATEX& wfx) const noexcept { return IsEqual(wfx); }
+};
+static_assert(offsetof(_kawaveformat, cbExtra) == 32 && offsetof(_kawaveformat, abExtra) == 34);
+
+// The mask with the lowest `channels` bits set.
+constexpr DWORD KaAudio_DefaultChannelMask(WORD channels) noexcept {
+  return channels >= 32 ? 0xFFFFFFFFu : ((1u << channels) - 1u);
+}
+
+// ---------------------------------------------------------------- free functions
+OSTRA_API KASAMPLETYPE KaAudio_GetSampleType(const WAVEFORMATEX* wfx) noexcept;
+OSTRA_API KASAMPLETYPE KaAudio_GetSampleType2(WORD formatTag, WORD bitsPerSample) noexcept;
+OSTRA_API int KaAudio_BytesFromSampleType(KASAMPLETYPE type) noexcept;
+OSTRA_API int KaAudio_BitsFromSampleType(KASAMPLETYPE type) noexcept;
+OSTRA_API WORD KaAudio_FormatTagFromSampleType(KASAMPLETYPE type) noexcept;
+// Channels, rate, tag and bits only.
+OSTRA_API BOOL KaAudio_IsEqualFormat(const WAVEFORMATEX* a, const WAVEFORMATEX* b) noexcept;
+// PCM only: 20 bits become 24, block align becomes bits / 8 * channels. 1 when changed.
+OSTRA_API BOOL KaAudio_FixBadWfx(WAVEFORMATEX* wfx) noexcept;
+// A copy in zeroed global memory (free with KaAudio_FreeWfx), rebuilt through a record
+// when `dest` asks for the other kind of description. Null on failure.
+OSTRA_API WAVEFORMATEX* KaAudio_AllocAndCopyWfx(const WAVEFORMATEX* wfx,
+                                                KAWAVEFORMAT_COPY_DEST dest) noexcept;
+OSTRA_API WAVEFORMATEX* KaAudio_AllocAndCopyWfx(const _kawaveformat* kwf,
+                                                KAWAVEFORMAT_COPY_DEST dest) noexcept;
+OSTRA_API void KaAudio_FreeWfx(WAVEFORMATEX* wfx) noexcept;
+// Writes the system description of a record into dest (destSize bytes) and returns the
+// bytes written (18 + cbSize), or -1 when the description asked for does not fit.
+OSTRA_API int KaAudio_GeneralCopyWfx(WAVEFORMATEX* dest, DWORD destSize, const _kawaveformat* kwf,
+                                     KAWAVEFORMAT_COPY_DEST copyDest) noexcept;
+// Copies a record into a buffer of destSize bytes (at least 32); returns the new dwSize,
+// or -1 when the destination is too small.
+OSTRA_API int KaAudio_GeneralCopyKaWaveFormat(_kawaveformat* dest, DWORD destSize,
+                                              const _kawaveformat* src) noexcept;
+// Copies a description (18 + cbSize bytes) into dest of destSize bytes; returns the bytes
+// copied, or -1 (dest untouched) when it does not fit.
+OSTRA_API int KaAudio_CopyWfx(WAVEFORMATEX* dest, DWORD destSize, const WAVEFORMATEX* src) noexcept;
+// Copies an extensible description (40 bytes); a plain source is copied as by
+// KaAudio_CopyWfxToWfExt. Returns the bytes copied or -1.
+OSTRA_API int KaAudio_CopyWfExt(WAVEFORMATEXTENSIBLE* dest,
+                                const WAVEFORMATEXTENSIBLE* src) noexcept;
+// Copies 18 + cbSize bytes of src, at most 40. Returns the bytes copied or -1.
+OSTRA_API int KaAudio_CopyWfxToWfExt(WAVEFORMATEXTENSIBLE* dest, const WAVEFORMATEX* src) noexcept;
+// Plain source: 18 bytes copied. Extensible PCM or IEEE float: tag 1 or 3, cbSize 0.
+// Any other sub-format: dest untouched and FALSE.
+OSTRA_API BOOL KaAudio_CopyWfExtToWfx(WAVEFORMATEX* dest, const WAVEFORMATEXTENSIBLE* src) noexcept;
+
+// Display texts in the kernel's language, written into `text` (capacity in characters,
+// terminator included) and truncated to fit. They return the length written, or -1 for
+// a null buffer or a capacity of 0.
+OSTRA_API int KaAudio_GetSampleTypeText(KASAMPLETYPE type, KAWCHAR* text, int capacity) noexcept;
+// With `precision`, floating-point types read their mantissa precision (24, 53).
+OSTRA_API int KaAudio_GetBitDepthText(KASAMPLETYPE type, BOOL precision, KAWCHAR* text,
+                                      int capacity) noexcept;
+// "48,000 Hz, 24 Bit, Stereo" and the like.
+OSTRA_API int KaAudio_GetAttribsText(const _kawaveformat* kwf, KAWCHAR* text,
+                                     int capacity) noexcept;
+
+// ---------------------------------------------------------------- call helpers
+// A system description built from a record for the length of a call. Extensible
+// wherever KAWFCOPY_AUTO would choose it.
+class OSTRA_API _kawaveformat_wfxplus {
+ public:
+  explicit _kawaveformat_wfxplus(const _kawaveformat& kwf,
+                                 KAWAVEFORMAT_COPY_DEST dest = KAWFCOPY_AUTO) noexcept;
+  const WAVEFORMATEX* get() const noexcept { return valid_ ? &wfx_.Format : nullptr; }
+  operator const WAVEFORMATEX*() const noexcept { return get(); }
+  DWORD size() const noexcept { return valid_ ? size_ : 0; }
+
+ private:
+  union {
+    WAVEFORMATEXTENSIBLE wfx_;
+    BYTE bytes_[sizeof(WAVEFORMATEXTENSIBLE) + KAWAVEFORMAT_MAX_EXTRA];
+  };
+  DWORD size_ = 0;
+  bool valid_ = false;
+};
+
+// Plain 18-byte description of a record (no extra bytes).
+class OSTRA_API _kawaveformat_wfxcopyhelper {
+ public:
+  explicit _kawaveformat_wfxcopyhelper(const _kawaveformat& kwf) noexcept;
+  const WAVEFORMATEX* get() const noexcept { return &wfx_; }
+  operator const WAVEFORMATEX*() const noexcept { return &wfx_; }
+
+ private:
+  WAVEFORMATEX wfx_;
+};
+
+// Extensible 40-byte description of a record (no extra bytes).
+class OSTRA_API _kawaveformat_wfxecopyhelper {
+ public:
+  explicit _kawaveformat_wfxecopyhelper(const _kawaveformat& kwf) noexcept;
+  const WAVEFORMATEXTENSIBLE* get() const noexcept { return &wfx_; }
+  operator const WAVEFORMATEX*() const noexcept { return &wfx_.Format; }
+  operator const WAVEFORMATEXTENSIBLE*() const noexcept { return &wfx_; }
+
+ private:
+  WAVEFORMATEXTENSIBLE wfx_;
+};
