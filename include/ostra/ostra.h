@@ -7,3 +7,4 @@
 #include "ostra/kacpu.h"
 #include "ostra/kakernel.h"
 #include "ostra/aiff.h"
+#include "ostra/riff.h"
