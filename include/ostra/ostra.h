@@ -4,6 +4,7 @@
 #include "ostra/kadefs.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
+#include "ostra/kathread.h"
 #include "ostra/kacpu.h"
 #include "ostra/kakernel.h"
 #include "ostra/aiff.h"
