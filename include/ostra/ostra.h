@@ -9,3 +9,4 @@
 #include "ostra/kakernel.h"
 #include "ostra/aiff.h"
 #include "ostra/riff.h"
+#include "ostra/riff64.h"
