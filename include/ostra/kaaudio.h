@@ -230,3 +230,49 @@ class OSTRA_API _kawaveformat_wfxecopyhelper {
  private:
   WAVEFORMATEXTENSIBLE wfx_;
 };
+
+// ---------------------------------------------------------------- conversion
+// A converter: `samples` interleaved samples (frames times channels) from src to dest,
+// scaled by `gain` (exactly 1.0 copies without scaling). It never fails; integer
+// destinations clip. Widening converters walk from the last sample to the first, so a
+// buffer may be converted in place when dest and src start at the same address.
+typedef void (*KAAUDIO_COPYFUNCTION)(void* dest, const void* src, int32_t samples, float gain);
+
+// The converter for a pair of sample types, or null when the pair has none.
+OSTRA_API KAAUDIO_COPYFUNCTION KaAudio_GetCopyFunction2(KASAMPLETYPE dest,
+                                                        KASAMPLETYPE src) noexcept;
+OSTRA_API KAAUDIO_COPYFUNCTION KaAudio_GetCopyFunction(const WAVEFORMATEX* dest,
+                                                       const WAVEFORMATEX* src) noexcept;
+OSTRA_API KAAUDIO_COPYFUNCTION KaAudio_GetCopyFunction(const _kawaveformat* dest,
+                                                       const WAVEFORMATEX* src) noexcept;
+OSTRA_API KAAUDIO_COPYFUNCTION KaAudio_GetCopyFunction(const WAVEFORMATEX* dest,
+                                                       const _kawaveformat* src) noexcept;
+OSTRA_API KAAUDIO_COPYFUNCTION KaAudio_GetCopyFunction(const _kawaveformat* dest,
+                                                       const _kawaveformat* src) noexcept;
+
+// Converts `frames` frames. S_OK (also for 0 frames), E_NOTIMPL when the pair has no
+// converter, E_POINTER for a null argument, E_INVALIDARG when the channel counts differ.
+OSTRA_API HRESULT KaAudio_Copy(const _kawaveformat* destFormat, void* dest,
+                               const _kawaveformat* srcFormat, const void* src, DWORD frames,
+                               float gain = 1.0f) noexcept;
+OSTRA_API HRESULT KaAudio_Copy(const WAVEFORMATEX* destFormat, void* dest,
+                               const WAVEFORMATEX* srcFormat, const void* src, DWORD frames,
+                               float gain = 1.0f) noexcept;
+OSTRA_API HRESULT KaAudio_Copy(const _kawaveformat* destFormat, void* dest,
+                               const WAVEFORMATEX* srcFormat, const void* src, DWORD frames,
+                               float gain = 1.0f) noexcept;
+OSTRA_API HRESULT KaAudio_Copy(const WAVEFORMATEX* destFormat, void* dest,
+                               const _kawaveformat* srcFormat, const void* src, DWORD frames,
+                               float gain = 1.0f) noexcept;
+
+// Writes `frames` frames of silence (0x80 bytes for unsigned 8-bit, zero bytes for the
+// other sample types). E_FAIL, nothing written, for a raw record or a type without
+// converters.
+OSTRA_API HRESULT KaAudio_FillSilence(const _kawaveformat* format, void* buffer,
+                                      DWORD frames) noexcept;
+OSTRA_API HRESULT KaAudio_FillSilence(const WAVEFORMATEX* format, void* buffer,
+                                      DWORD frames) noexcept;
+
+// Which variant the converter table chose for a pair: "plain", "sse2" or "avx2"; null
+// when the pair has no converter. Reflects the table as it would be built now.
+OSTRA_API const char* KaAudio_GetConverterVariant(KASAMPLETYPE dest, KASAMPLETYPE src) noexcept;
