@@ -10,3 +10,5 @@
 #include "ostra/aiff.h"
 #include "ostra/riff.h"
 #include "ostra/riff64.h"
+#include "ostra/kadib.h"
+#include "ostra/kayuv.h"

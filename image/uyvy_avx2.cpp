@@ -1,0 +1,84 @@
+// AVX2 kernels of the packed 4:2:2 conversion: 16 pixels per step with the arithmetic of
+// the SSE2 kernel (see there why the chroma terms can be added to luma after the shift).
+#include <immintrin.h>
+
+#include "image/internal/uyvy.h"
+
+namespace ostra::image {
+namespace {
+
+struct Consts {
+  __m256i lo8, bias, round, alpha, kb, kg, kr;
+  explicit Consts(const UyvyCoeffs& k)
+      : lo8(_mm256_set1_epi16(0x00FF)),
+        bias(_mm256_set1_epi16(128)),
+        round(_mm256_set1_epi32(2048)),
+        alpha(_mm256_set1_epi16(255)),
+        kb(_mm256_set1_epi32(int32_t(uint16_t(k.bFromCb)))),
+        kg(_mm256_set1_epi32(
+            int32_t(uint32_t(uint16_t(k.gFromCb)) | (uint32_t(uint16_t(k.gFromCr)) << 16)))),
+        kr(_mm256_set1_epi32(int32_t(uint32_t(uint16_t(k.rFromCr)) << 16))) {}
+};
+
+// 16 pixels from 32 source bytes; *first gets pixels 0-7, *second 8-15 as B, G, R, 255.
+inline void convert16(const BYTE* src, const Consts& c, __m256i* first, __m256i* second) {
+  // Source quarters in the order 0, 2, 1, 3 make the in-lane interleaves below come out
+  // in pixel order without a permute at the end.
+  const __m256i s =
+      _mm256_permute4x64_epi64(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(src)), 0xD8);
+  const __m256i y = _mm256_srli_epi16(s, 8);
+  const __m256i uv = _mm256_sub_epi16(_mm256_and_si256(s, c.lo8), c.bias);
+  const __m256i bt = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(uv, c.kb), c.round), 12);
+  const __m256i gt = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(uv, c.kg), c.round), 12);
+  const __m256i rt = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(uv, c.kr), c.round), 12);
+  const __m256i bg = _mm256_packs_epi32(bt, gt);
+  const __m256i rr = _mm256_packs_epi32(rt, rt);
+  const __m256i b = _mm256_add_epi16(y, _mm256_unpacklo_epi16(bg, bg));
+  const __m256i g = _mm256_add_epi16(y, _mm256_unpackhi_epi16(bg, bg));
+  const __m256i r = _mm256_add_epi16(y, _mm256_unpacklo_epi16(rr, rr));
+  const __m256i br = _mm256_packus_epi16(b, r);
+  const __m256i ga = _mm256_packus_epi16(g, c.alpha);
+  const __m256i bgl = _mm256_unpacklo_epi8(br, ga);
+  const __m256i ral = _mm256_unpackhi_epi8(br, ga);
+  *first = _mm256_unpacklo_epi16(bgl, ral);
+  *second = _mm256_unpackhi_epi16(bgl, ral);
+}
+
+}  // namespace
+
+void uyvyToBgra_avx2(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeffs& k) {
+  const Consts c(k);
+  const LONG blocks = width & ~LONG(15);
+  for (LONG x = 0; x < blocks; x += 16, src += 32, dst += 64) {
+    __m256i a, b;
+    convert16(src, c, &a, &b);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), a);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 32), b);
+  }
+  if (blocks < width) uyvyToBgra_plain(dst, src, width - blocks, k);
+}
+
+void uyvyToBgr_avx2(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeffs& k) {
+  const Consts c(k);
+  const __m256i pack = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,  //
+                                        0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+  const LONG blocks = width & ~LONG(15);
+  for (LONG x = 0; x < blocks; x += 16, src += 32, dst += 48) {
+    __m256i a, b;
+    convert16(src, c, &a, &b);
+    a = _mm256_shuffle_epi8(a, pack);
+    b = _mm256_shuffle_epi8(b, pack);
+    // Overlapping 16-byte stores, each overwriting the previous one's 4 spare bytes; the
+    // last group is stored as 8 + 4 bytes so nothing beyond the 48 bytes is touched.
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm256_castsi256_si128(a));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 12), _mm256_extracti128_si256(a, 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 24), _mm256_castsi256_si128(b));
+    const __m128i last = _mm256_extracti128_si256(b, 1);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + 36), last);
+    const int tail = _mm_cvtsi128_si32(_mm_srli_si128(last, 8));
+    __builtin_memcpy(dst + 44, &tail, 4);
+  }
+  if (blocks < width) uyvyToBgr_plain(dst, src, width - blocks, k);
+}
+
+}  // namespace ostra::image
