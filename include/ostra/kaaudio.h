@@ -276,3 +276,35 @@ OSTRA_API HRESULT KaAudio_FillSilence(const WAVEFORMATEX* format, void* buffer,
 // Which variant the converter table chose for a pair: "plain", "sse2" or "avx2"; null
 // when the pair has no converter. Reflects the table as it would be built now.
 OSTRA_API const char* KaAudio_GetConverterVariant(KASAMPLETYPE dest, KASAMPLETYPE src) noexcept;
+
+// ---------------------------------------------------------------- mixing
+// A mixer adds `samples` source samples (frames times channels), each scaled by the gain
+// of its channel (gains[i % channels]), into dest. Integer destinations saturate;
+// floating-point ones are not clipped. A buffer is never mixed into itself (dest == src
+// does nothing). The 16-bit to 16-bit mixer applies gains[0] to every channel.
+typedef void (*KAAUDIO_MIXFUNCTION)(void* dest, const void* src, int32_t samples, int32_t channels,
+                                    const double* gains);
+
+// The mixer for a pair among the eight linear types (8-bit, 16/24/32-bit, 24-in-32,
+// signed 8-bit, single and double precision), or null.
+OSTRA_API KAAUDIO_MIXFUNCTION KaAudio_GetMixFunction2(KASAMPLETYPE dest, KASAMPLETYPE src) noexcept;
+OSTRA_API KAAUDIO_MIXFUNCTION KaAudio_GetMixFunction(const WAVEFORMATEX* dest,
+                                                     const WAVEFORMATEX* src) noexcept;
+OSTRA_API KAAUDIO_MIXFUNCTION KaAudio_GetMixFunction(const _kawaveformat* dest,
+                                                     const _kawaveformat* src) noexcept;
+// Mixes `frames` frames with one gain per source channel (null: all 1.0). S_OK (also for
+// 0 frames), E_NOTIMPL without a mixer, E_INVALIDARG when the channel counts differ.
+OSTRA_API HRESULT KaAudio_Mix(const _kawaveformat* destFormat, void* dest,
+                              const _kawaveformat* srcFormat, const void* src, DWORD frames,
+                              const double* gains) noexcept;
+OSTRA_API HRESULT KaAudio_Mix(const WAVEFORMATEX* destFormat, void* dest,
+                              const WAVEFORMATEX* srcFormat, const void* src, DWORD frames,
+                              const double* gains) noexcept;
+OSTRA_API HRESULT KaAudio_Mix(const _kawaveformat* destFormat, void* dest,
+                              const WAVEFORMATEX* srcFormat, const void* src, DWORD frames,
+                              const double* gains) noexcept;
+OSTRA_API HRESULT KaAudio_Mix(const WAVEFORMATEX* destFormat, void* dest,
+                              const _kawaveformat* srcFormat, const void* src, DWORD frames,
+                              const double* gains) noexcept;
+// "plain", "sse2" or "avx2" for a pair of the mixer table; null without a mixer.
+OSTRA_API const char* KaAudio_GetMixerVariant(KASAMPLETYPE dest, KASAMPLETYPE src) noexcept;
