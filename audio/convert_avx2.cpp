@@ -1,6 +1,267 @@
-// AVX2 converters.
+// AVX2 converters for the pairs that move 16-, 24- and 32-bit integers to or from
+// single or double precision, single <-> double precision, and unsigned 8-bit to single
+// precision. Compiled with AVX2 for this file only; chosen by the converter table when
+// the processor and the host allow AVX2.
+//
+// Every kernel reproduces the plain converter's bits. Where the plain converter works in
+// double precision this code may use single precision only when no rounding can differ:
+// an integer of at most 24 bits is exact in single precision, a power-of-two scale is
+// exact, and a 24-bit value times a single-precision gain is exact in double, so one
+// single-precision rounding equals the plain double product narrowed once. Clamping uses
+// max(x, lo) then min(x, hi), which sends NaN to lo like the plain comparisons do.
+#include <immintrin.h>
+
+#include <type_traits>
+
 #include "audio/internal/tables.h"
 
 namespace ostra::audio {
-void installConvertAvx2(ConverterTable&, DWORD) noexcept {}
+namespace {
+
+constexpr int kBlock = 8;
+
+// ---------------------------------------------------------------- loads (8 samples)
+struct TU8 {
+  static constexpr int bytes = 1, bits = 8;
+};
+struct TS16 {
+  static constexpr int bytes = 2, bits = 16;
+};
+struct TS24 {
+  static constexpr int bytes = 3, bits = 24;
+};
+struct TS32 {
+  static constexpr int bytes = 4, bits = 32;
+};
+struct TS24in32 {
+  static constexpr int bytes = 4, bits = 24;
+};
+struct TF32 {
+  static constexpr int bytes = 4, bits = 32;
+};
+struct TF64 {
+  static constexpr int bytes = 8, bits = 64;
+};
+
+template <class T>
+constexpr bool kIsFloat = std::is_same_v<T, TF32> || std::is_same_v<T, TF64>;
+
+// Eight integer samples as int32 values of their own width.
+template <class S>
+inline __m256i loadInt(const uint8_t* p) {
+  if constexpr (std::is_same_v<S, TU8>) {
+    const __m128i b = _mm_xor_si128(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)),
+                                    _mm_set1_epi8(char(0x80)));
+    return _mm256_cvtepi8_epi32(b);
+  } else if constexpr (std::is_same_v<S, TS16>) {
+    return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+  } else if constexpr (std::is_same_v<S, TS24>) {
+    // Bytes 0-15 hold samples 0-3, bytes 8-23 samples 4-7: no byte outside the block is
+    // read. Each sample lands in the upper three bytes of its lane, then shifts down.
+    const __m256i v = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(p + 8),
+                                          reinterpret_cast<const __m128i*>(p));
+    const __m256i shuf = _mm256_setr_epi8(-1, 0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1,
+                                          4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15);
+    return _mm256_srai_epi32(_mm256_shuffle_epi8(v, shuf), 8);
+  } else if constexpr (std::is_same_v<S, TS24in32>) {
+    return _mm256_srai_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)), 8);
+  } else {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+  }
+}
+
+// Eight int32 values (already clamped to the type's range) stored as samples.
+template <class D>
+inline void storeInt(uint8_t* p, __m256i v) {
+  if constexpr (std::is_same_v<D, TS16>) {
+    const __m128i packed =
+        _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), packed);
+  } else if constexpr (std::is_same_v<D, TS24>) {
+    const __m256i shuf =
+        _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,  //
+                         -1, -1, -1, -1, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14);
+    const __m256i s = _mm256_shuffle_epi8(v, shuf);
+    const __m128i lo = _mm256_castsi256_si128(s);  // block bytes 0-11
+    // Block bytes 8-23: 8-11 from the low half, 12-23 from the high half.
+    const __m128i hi = _mm_or_si128(_mm256_extracti128_si256(s, 1), _mm_srli_si128(lo, 8));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), lo);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 8), hi);
+  } else if constexpr (std::is_same_v<D, TS24in32>) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), _mm256_slli_epi32(v, 8));
+  } else {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v);
+  }
+}
+
+template <class T>
+constexpr float kNormF = 1.0f / float(1ll << (T::bits - 1));
+template <class T>
+constexpr double kNormD = 1.0 / double(1ll << (T::bits - 1));
+template <class T>
+constexpr double kScaleD = double(1ll << (T::bits - 1));
+
+// Normalised single precision; exact for integers of up to 24 bits, correctly rounded
+// (like the plain double value narrowed once) for 32-bit integers.
+template <class S>
+inline __m256 loadF(const uint8_t* p) {
+  if constexpr (std::is_same_v<S, TF32>)
+    return _mm256_loadu_ps(reinterpret_cast<const float*>(p));
+  else
+    return _mm256_mul_ps(_mm256_cvtepi32_ps(loadInt<S>(p)), _mm256_set1_ps(kNormF<S>));
+}
+
+// Normalised double precision, samples 0-3 in a and 4-7 in b.
+template <class S>
+inline void loadD(const uint8_t* p, __m256d& a, __m256d& b) {
+  if constexpr (std::is_same_v<S, TF64>) {
+    a = _mm256_loadu_pd(reinterpret_cast<const double*>(p));
+    b = _mm256_loadu_pd(reinterpret_cast<const double*>(p) + 4);
+  } else if constexpr (std::is_same_v<S, TF32>) {
+    const __m256 f = _mm256_loadu_ps(reinterpret_cast<const float*>(p));
+    a = _mm256_cvtps_pd(_mm256_castps256_ps128(f));
+    b = _mm256_cvtps_pd(_mm256_extractf128_ps(f, 1));
+  } else {
+    const __m256i v = loadInt<S>(p);
+    const __m256d n = _mm256_set1_pd(kNormD<S>);
+    a = _mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_castsi256_si128(v)), n);
+    b = _mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(v, 1)), n);
+  }
+}
+
+// Scale, clamp and round in single precision; exact for every integer destination
+// because the scale is a power of two and the bounds are representable (for 32-bit
+// destinations the upper bound is handled by the overflow lanes instead).
+template <class D>
+inline void storeF(uint8_t* p, __m256 v) {
+  if constexpr (std::is_same_v<D, TF32>) {
+    _mm256_storeu_ps(reinterpret_cast<float*>(p), v);
+  } else if constexpr (std::is_same_v<D, TF64>) {
+    _mm256_storeu_pd(reinterpret_cast<double*>(p), _mm256_cvtps_pd(_mm256_castps256_ps128(v)));
+    _mm256_storeu_pd(reinterpret_cast<double*>(p) + 4,
+                     _mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)));
+  } else if constexpr (std::is_same_v<D, TS32>) {
+    const __m256 x = _mm256_mul_ps(v, _mm256_set1_ps(2147483648.0f));
+    const __m256i r = _mm256_cvtps_epi32(_mm256_max_ps(x, _mm256_set1_ps(-2147483648.0f)));
+    // Lanes at or above 2^31 convert to 0x80000000; flipping every bit gives 0x7FFFFFFF.
+    const __m256 over = _mm256_cmp_ps(x, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ);
+    storeInt<D>(p, _mm256_xor_si256(r, _mm256_castps_si256(over)));
+  } else {
+    const float scale = float(1ll << (D::bits - 1));
+    __m256 x = _mm256_mul_ps(v, _mm256_set1_ps(scale));
+    x = _mm256_max_ps(x, _mm256_set1_ps(-scale));
+    x = _mm256_min_ps(x, _mm256_set1_ps(scale - 1.0f));
+    storeInt<D>(p, _mm256_cvtps_epi32(x));
+  }
+}
+
+template <class D>
+inline __m128i quantizeD(__m256d v) {
+  __m256d x = _mm256_mul_pd(v, _mm256_set1_pd(kScaleD<D>));
+  x = _mm256_max_pd(x, _mm256_set1_pd(-kScaleD<D>));
+  x = _mm256_min_pd(x, _mm256_set1_pd(kScaleD<D> - 1.0));
+  return _mm256_cvtpd_epi32(x);
+}
+
+template <class D>
+inline void storeD(uint8_t* p, __m256d a, __m256d b) {
+  if constexpr (std::is_same_v<D, TF64>) {
+    _mm256_storeu_pd(reinterpret_cast<double*>(p), a);
+    _mm256_storeu_pd(reinterpret_cast<double*>(p) + 4, b);
+  } else if constexpr (std::is_same_v<D, TF32>) {
+    _mm256_storeu_ps(reinterpret_cast<float*>(p),
+                     _mm256_set_m128(_mm256_cvtpd_ps(b), _mm256_cvtpd_ps(a)));
+  } else {
+    storeInt<D>(p, _mm256_set_m128i(quantizeD<D>(b), quantizeD<D>(a)));
+  }
+}
+
+// Which arithmetic a pair needs to match the plain converter.
+template <class D, class S, bool Unity>
+constexpr bool kSingle = std::is_same_v<S, TF32> ||
+                         (std::is_same_v<D, TF32> && (!std::is_same_v<S, TS32> || Unity) &&
+                          !std::is_same_v<S, TF64>);
+
+template <class D, class S, bool Unity>
+inline void block(uint8_t* d, const uint8_t* s, float gain) {
+  if constexpr (kSingle<D, S, Unity>) {
+    __m256 v = loadF<S>(s);
+    if constexpr (!Unity) v = _mm256_mul_ps(v, _mm256_set1_ps(gain));
+    storeF<D>(d, v);
+  } else {
+    __m256d a, b;
+    loadD<S>(s, a, b);
+    if constexpr (!Unity) {
+      const __m256d g = _mm256_set1_pd(double(gain));
+      a = _mm256_mul_pd(a, g);
+      b = _mm256_mul_pd(b, g);
+    }
+    storeD<D>(d, a, b);
+  }
+}
+
+// Whole blocks, forwards (or backwards for widening pairs, so that in-place conversion
+// works); the remaining samples go to the plain converter in the same direction.
+template <class D, class S, bool Unity>
+inline void blocks(uint8_t* d, const uint8_t* s, int32_t count, float gain) {
+  constexpr int db = D::bytes * kBlock, sb = S::bytes * kBlock;
+  if constexpr (D::bytes > S::bytes) {
+    for (int32_t i = count - 1; i >= 0; --i) block<D, S, Unity>(d + i * db, s + i * sb, gain);
+  } else {
+    for (int32_t i = 0; i < count; ++i) block<D, S, Unity>(d + i * db, s + i * sb, gain);
+  }
+}
+
+template <class D, class S, int DI, int SI>
+void convertAvx2(void* dest, const void* src, int32_t n, float gain) {
+  if (n <= 0 || !dest || !src) return;
+  auto* d = static_cast<uint8_t*>(dest);
+  auto* s = static_cast<const uint8_t*>(src);
+  const int32_t whole = n / kBlock, rest = n - whole * kBlock;
+  const CopyFn plain = kPlainConverters.fn[DI][SI];
+  if constexpr (D::bytes > S::bytes) {
+    if (gain == 1.0f)
+      blocks<D, S, true>(d + rest * D::bytes, s + rest * S::bytes, whole, gain);
+    else
+      blocks<D, S, false>(d + rest * D::bytes, s + rest * S::bytes, whole, gain);
+    plain(d, s, rest, gain);
+  } else {
+    if (gain == 1.0f)
+      blocks<D, S, true>(d, s, whole, gain);
+    else
+      blocks<D, S, false>(d, s, whole, gain);
+    plain(d + whole * kBlock * D::bytes, s + whole * kBlock * S::bytes, rest, gain);
+  }
+}
+
+template <class D, class S, int DI, int SI>
+void put(ConverterTable& t) {
+  t.fn[DI][SI] = &convertAvx2<D, S, DI, SI>;
+  t.variant[DI][SI] = kAvx2;
+}
+
+}  // namespace
+
+void installConvertAvx2(ConverterTable& t, DWORD) noexcept {
+  put<TF32, TS16, kF32, kS16>(t);
+  put<TF32, TS24, kF32, kS24>(t);
+  put<TF32, TS32, kF32, kS32>(t);
+  put<TF32, TS24in32, kF32, kS24in32>(t);
+  put<TF32, TU8, kF32, kU8>(t);
+  put<TF32, TF64, kF32, kF64>(t);
+  put<TF64, TS16, kF64, kS16>(t);
+  put<TF64, TS24, kF64, kS24>(t);
+  put<TF64, TS32, kF64, kS32>(t);
+  put<TF64, TS24in32, kF64, kS24in32>(t);
+  put<TF64, TF32, kF64, kF32>(t);
+  put<TS16, TF32, kS16, kF32>(t);
+  put<TS24, TF32, kS24, kF32>(t);
+  put<TS32, TF32, kS32, kF32>(t);
+  put<TS24in32, TF32, kS24in32, kF32>(t);
+  put<TS16, TF64, kS16, kF64>(t);
+  put<TS24, TF64, kS24, kF64>(t);
+  put<TS32, TF64, kS32, kF64>(t);
+  put<TS24in32, TF64, kS24in32, kF64>(t);
+}
+
 }  // namespace ostra::audio
