@@ -64,6 +64,19 @@ HRESULT writeSwapped(KAHFILE file, const T* samples, DWORD count, DWORD* written
   return S_OK;
 }
 
+// The plain description of a record; the channel mask has no place in COMM.
+struct PlainAiffFormat {
+  alignas(8) BYTE buffer[KAWAVEFORMAT_BUFFER_SIZE] = {};
+  HRESULT hr;
+  explicit PlainAiffFormat(const _kawaveformat* k) noexcept {
+    hr = !k ? E_INVALIDARG
+         : KaAudio_GeneralCopyWfx(get(), sizeof buffer, k, KAWFCOPY_WFX_NOMASK) < 0
+             ? KAERR_UNSUPPORTED_FORMAT
+             : S_OK;
+  }
+  WAVEFORMATEX* get() noexcept { return reinterpret_cast<WAVEFORMATEX*>(buffer); }
+};
+
 }  // namespace
 
 BOOL iff_IsAIFFFile(KAHFILE file, DWORD* formSize) noexcept {
@@ -222,4 +235,14 @@ HRESULT KaInsertAiffHeader(KAHFILE file, const WAVEFORMATEX* wfx, DWORD dataLeng
   }
   if (saved >= 0) seekTo(file, saved);
   return hr;
+}
+
+HRESULT KaInitializeAiff(const KAWCHAR* path, const _kawaveformat* wfx, DWORD openMode) noexcept {
+  PlainAiffFormat plain(wfx);
+  return FAILED(plain.hr) ? plain.hr : KaInitializeAiff(path, plain.get(), openMode);
+}
+
+HRESULT KaInsertAiffHeader(KAHFILE file, const _kawaveformat* wfx, DWORD dataLength) noexcept {
+  PlainAiffFormat plain(wfx);
+  return FAILED(plain.hr) ? plain.hr : KaInsertAiffHeader(file, plain.get(), dataLength);
 }

@@ -117,9 +117,14 @@ OSTRA_API HRESULT aiff_WriteByteSwap32(KAHFILE file, const DWORD* samples, DWORD
 // ...). The file is closed on every path; an open failure gives KAERR_OPEN_FAILED.
 OSTRA_API HRESULT KaInitializeAiff(const KAWCHAR* path, const WAVEFORMATEX* wfx,
                                    DWORD openMode) noexcept;
+// From a record of type KASAMPLE_MAC16, MAC24, MAC32 or PCM8SIGNED (channel mask ignored).
+OSTRA_API HRESULT KaInitializeAiff(const KAWCHAR* path, const _kawaveformat* wfx,
+                                   DWORD openMode) noexcept;
 // Rewrites the header at offset 0 for `dataLength` sample bytes at offset 54 (frames =
 // dataLength / block align), appends the pad byte when the length is odd and the file
 // ends right after the samples, and restores the position. The file must be at least 54
 // bytes long (else KAERR_BAD_CHUNK); a FORM size past 32 bits gives KAERR_RIFF_TOO_LARGE.
 OSTRA_API HRESULT KaInsertAiffHeader(KAHFILE file, const WAVEFORMATEX* wfx,
+                                     DWORD dataLength) noexcept;
+OSTRA_API HRESULT KaInsertAiffHeader(KAHFILE file, const _kawaveformat* wfx,
                                      DWORD dataLength) noexcept;

@@ -8,6 +8,7 @@
 #include "ostra/kacpu.h"
 #include "ostra/kakernel.h"
 #include "ostra/aiff.h"
+#include "ostra/kawave.h"
 #include "ostra/riff.h"
 #include "ostra/riff64.h"
 #include "ostra/kadib.h"

@@ -1,0 +1,175 @@
+// Where a file's samples lie (KaGetFileAudioData) and what chunks it holds
+// (KaGetFileChunks), for wave, Wave64, AIFF and AIFC files. Both trust the file length
+// over the sizes written in the header, since an unfinished file states too little and
+// a damaged one too much.
+#include <algorithm>
+#include <cstring>
+
+#include "formats/riff/internal/filewfx_detect.h"
+
+using namespace ostra::riff::iffio;
+using namespace ostra::riff::filewfx;
+
+namespace {
+
+DWORD budget32(UINT64 length, UINT64 from) {
+  return from >= length ? 0 : DWORD(std::min<UINT64>(length - from, 0xFFFFFFFFu));
+}
+
+void setName(tKACHUNKINFO* c, DWORD fourccLittleEndian) {
+  for (int i = 0; i < 4; ++i) {
+    const char ch = char(fourccLittleEndian >> (8 * i));
+    c->name[i] = (ch >= 0x20 && ch < 0x7F) ? ch : '?';
+  }
+  c->name[4] = 0;
+}
+
+DWORD swap32(DWORD v) {
+  return (v >> 24) | ((v >> 8) & 0xFF00u) | ((v << 8) & 0xFF0000u) | (v << 24);
+}
+
+// Collects entries; counts past the capacity so that callers can size a second call.
+struct Sink {
+  tKACHUNKINFO* chunks;
+  DWORD capacity;
+  DWORD count = 0;
+  tKACHUNKINFO scratch{};
+  tKACHUNKINFO* add() {
+    tKACHUNKINFO* c = count < capacity ? &chunks[count] : &scratch;
+    ++count;
+    *c = tKACHUNKINFO{};
+    return c;
+  }
+};
+
+// RIFF: top-level chunks from `from` to `end`, LIST contents one level down.
+void walkRiff(KAHFILE f, UINT64 from, UINT64 end, BYTE depth, Sink* sink) {
+  UINT64 pos = from;
+  while (pos + 8 <= end && SUCCEEDED(seekTo(f, INT64(pos)))) {
+    DWORD id = 0, size = 0;
+    if (FAILED(riff_ReadChunkHeader(f, &id, &size))) return;
+    tKACHUNKINFO* c = sink->add();
+    setName(c, id);
+    c->depth = depth, c->offset = pos, c->size = size;
+    DWORD type = 0;
+    if (id == RIFF_ID_LIST && size >= 4 && depth == 0 && SUCCEEDED(readExact(f, &type, 4))) {
+      c->listType = type;
+      walkRiff(f, pos + 12, std::min<UINT64>(end, pos + 8 + UINT64(size)), 1, sink);
+    }
+    pos += 8 + UINT64(size) + (size & 1);
+  }
+}
+
+void walkW64(KAHFILE f, UINT64 from, UINT64 end, BYTE depth, Sink* sink) {
+  UINT64 pos = from;
+  while (pos + 24 <= end && SUCCEEDED(seekTo(f, INT64(pos)))) {
+    GUID id;
+    UINT64 size = 0;
+    if (FAILED(riff64_ReadChunkHeader(f, &id, &size))) return;
+    tKACHUNKINFO* c = sink->add();
+    setName(c, id.Data1);
+    c->depth = depth, c->offset = pos, c->size = size, c->guid = id;
+    GUID type;
+    if (id == RIFF64_GUID_LIST && size >= 16 && depth == 0 && SUCCEEDED(readExact(f, &type, 16))) {
+      c->listType = type.Data1;
+      walkW64(f, pos + 40, std::min<UINT64>(end, pos + 24 + size), 1, sink);
+    }
+    const UINT64 step = 24 + ((size + 7) & ~UINT64(7));
+    if (step > end - pos) return;  // runs past the end
+    pos += step;
+  }
+}
+
+void walkIff(KAHFILE f, UINT64 end, Sink* sink) {
+  UINT64 pos = 12;
+  while (pos + 8 <= end && SUCCEEDED(seekTo(f, INT64(pos)))) {
+    IFFCHUNKHDR h;
+    if (FAILED(iff_ReadChunkHdr(f, &h))) return;
+    tKACHUNKINFO* c = sink->add();
+    setName(c, swap32(h.ckID));
+    c->offset = pos, c->size = h.ckSize;
+    pos += 8 + UINT64(h.ckSize) + (h.ckSize & 1);
+  }
+}
+
+HRESULT audioData(KAHFILE f, tKAAUDIODATA* out) {
+  const Detected d = detect(f);
+  const UINT64 length = fileSize(f);
+  tKAAUDIODATA r{};
+  r.container = d.container;
+  switch (d.container) {
+    case KACONTAINER_WAVE: {
+      DWORD size = 0, budget = budget32(length, 12);
+      if (HRESULT hr = seekTo(f, 12); FAILED(hr)) return hr;
+      if (HRESULT hr = riff_FindChunkHeader(f, RIFF_ID_DATA, &size, &budget); FAILED(hr)) return hr;
+      r.statedSize = size;
+      break;
+    }
+    case KACONTAINER_WAVE64: {
+      INT64 budget = INT64(length - 40);
+      if (HRESULT hr = seekTo(f, 40); FAILED(hr)) return hr;
+      if (HRESULT hr = riff64_FindChunkHeader(f, RIFF64_GUID_DATA, &r.statedSize, &budget);
+          FAILED(hr))
+        return hr;
+      break;
+    }
+    case KACONTAINER_AIFF:
+    case KACONTAINER_AIFC: {
+      DWORD ssnd = 0, offset = 0;
+      if (HRESULT hr = iff_FindChunkFromStart(f, IFFID_SSND, &ssnd); FAILED(hr)) return hr;
+      if (ssnd < 8 || FAILED(iff_ReadDWORD(f, &offset))) return KAERR_CORRUPT_FILE;
+      r.statedSize = offset <= ssnd - 8 ? ssnd - 8 - offset : 0;
+      WAVEFORMATEX w;
+      INT64 start = 0;
+      if (HRESULT hr = iff_GetAIFFWfx(f, &w, &start); FAILED(hr)) return hr;
+      r.bigEndian = !(d.container == KACONTAINER_AIFC && d.compression == IFFID_sowt);
+      if (HRESULT hr = seekTo(f, start); FAILED(hr)) return hr;
+      break;
+    }
+    default:
+      return KAERR_UNSUPPORTED_FILE;
+  }
+  const INT64 at = tell(f);
+  if (at < 0) return KAERR_READ_FAILED;
+  r.offset = UINT64(at);
+  r.size = r.offset >= length ? 0 : std::min(r.statedSize, length - r.offset);
+  *out = r;
+  return S_OK;
+}
+
+}  // namespace
+
+HRESULT KaGetFileAudioData(KAHFILE file, tKAAUDIODATA* data) noexcept {
+  if (!data) return E_INVALIDARG;
+  *data = tKAAUDIODATA{};
+  return audioData(file, data);
+}
+
+HRESULT KaGetFileAudioData(const KAWCHAR* path, tKAAUDIODATA* data) noexcept {
+  return withPath(path, false, [&](KAHFILE f) { return KaGetFileAudioData(f, data); });
+}
+
+HRESULT KaGetFileChunks(KAHFILE file, tKACHUNKINFO* chunks, DWORD capacity, DWORD* count,
+                        DWORD* container) noexcept {
+  if (!count || (!chunks && capacity)) return E_INVALIDARG;
+  *count = 0;
+  const Detected d = detect(file);
+  if (container) *container = d.container;
+  const UINT64 length = fileSize(file);
+  Sink sink{chunks, capacity};
+  switch (d.family) {
+    case 'R':
+      walkRiff(file, 12, length, 0, &sink);
+      break;
+    case 'W':
+      walkW64(file, 40, length, 0, &sink);
+      break;
+    case 'F':
+      walkIff(file, length, &sink);
+      break;
+    default:
+      return KAERR_UNSUPPORTED_FILE;
+  }
+  *count = sink.count;
+  return sink.count > capacity ? S_FALSE : S_OK;
+}
