@@ -129,9 +129,26 @@ inline void loadD(const uint8_t* p, __m256d& a, __m256d& b) {
   }
 }
 
-// Scale, clamp and round in single precision; exact for every integer destination
-// because the scale is a power of two and the bounds are representable (for 32-bit
-// destinations the upper bound is handled by the overflow lanes instead).
+// Scale, clamp and round in single precision: exact for every integer destination,
+// because the scale is a power of two and the bounds are representable. Only the upper
+// bound is applied in floating point, as min(hi, x), which keeps a NaN; the conversion
+// turns NaN, -infinity and anything below -2^31 into INT32_MIN, and the lower bound is
+// then applied to integers (by saturating packs for 16 bits), giving the plain results.
+template <class D>
+inline __m256i quantizeF(__m256 v) {
+  const float scale = float(1ll << (D::bits - 1));
+  const __m256 x = _mm256_mul_ps(v, _mm256_set1_ps(scale));
+  if constexpr (D::bits == 32) {
+    // Lanes at or above 2^31 convert to 0x80000000; flipping every bit gives 0x7FFFFFFF.
+    const __m256 over = _mm256_cmp_ps(x, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ);
+    return _mm256_xor_si256(_mm256_cvtps_epi32(x), _mm256_castps_si256(over));
+  } else {
+    const __m256i r = _mm256_cvtps_epi32(_mm256_min_ps(_mm256_set1_ps(scale - 1.0f), x));
+    if constexpr (D::bits == 16) return r;  // packs saturates
+    return _mm256_max_epi32(r, _mm256_set1_epi32(-int32_t(scale)));
+  }
+}
+
 template <class D>
 inline void storeF(uint8_t* p, __m256 v) {
   if constexpr (std::is_same_v<D, TF32>) {
@@ -140,27 +157,24 @@ inline void storeF(uint8_t* p, __m256 v) {
     _mm256_storeu_pd(reinterpret_cast<double*>(p), _mm256_cvtps_pd(_mm256_castps256_ps128(v)));
     _mm256_storeu_pd(reinterpret_cast<double*>(p) + 4,
                      _mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)));
-  } else if constexpr (std::is_same_v<D, TS32>) {
-    const __m256 x = _mm256_mul_ps(v, _mm256_set1_ps(2147483648.0f));
-    const __m256i r = _mm256_cvtps_epi32(_mm256_max_ps(x, _mm256_set1_ps(-2147483648.0f)));
-    // Lanes at or above 2^31 convert to 0x80000000; flipping every bit gives 0x7FFFFFFF.
-    const __m256 over = _mm256_cmp_ps(x, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ);
-    storeInt<D>(p, _mm256_xor_si256(r, _mm256_castps_si256(over)));
   } else {
-    const float scale = float(1ll << (D::bits - 1));
-    __m256 x = _mm256_mul_ps(v, _mm256_set1_ps(scale));
-    x = _mm256_max_ps(x, _mm256_set1_ps(-scale));
-    x = _mm256_min_ps(x, _mm256_set1_ps(scale - 1.0f));
-    storeInt<D>(p, _mm256_cvtps_epi32(x));
+    storeInt<D>(p, quantizeF<D>(v));
   }
 }
 
+// Sixteen 16-bit samples from two vectors of int32 in one store.
+inline void storeS16Pair(uint8_t* p, __m256i a, __m256i b) {
+  const __m256i packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0xD8);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), packed);
+}
+
+// As quantizeF, in double precision for four samples.
 template <class D>
 inline __m128i quantizeD(__m256d v) {
-  __m256d x = _mm256_mul_pd(v, _mm256_set1_pd(kScaleD<D>));
-  x = _mm256_max_pd(x, _mm256_set1_pd(-kScaleD<D>));
-  x = _mm256_min_pd(x, _mm256_set1_pd(kScaleD<D> - 1.0));
-  return _mm256_cvtpd_epi32(x);
+  const __m256d x = _mm256_mul_pd(v, _mm256_set1_pd(kScaleD<D>));
+  const __m128i r = _mm256_cvtpd_epi32(_mm256_min_pd(_mm256_set1_pd(kScaleD<D> - 1.0), x));
+  if constexpr (D::bits == 16 || D::bits == 32) return r;
+  return _mm_max_epi32(r, _mm_set1_epi32(-int32_t(kScaleD<D>)));
 }
 
 template <class D>
@@ -182,23 +196,39 @@ constexpr bool kSingle = std::is_same_v<S, TF32> ||
                          (std::is_same_v<D, TF32> && (!std::is_same_v<S, TS32> || Unity) &&
                           !std::is_same_v<S, TF64>);
 
-template <class D, class S, bool Unity>
-inline void block(uint8_t* d, const uint8_t* s, float gain) {
+// K consecutive blocks: every load before any store, so that a block's store can only
+// overwrite source bytes already read (in place, widening walks backwards and narrowing
+// forwards, and a store never reaches the source of a later group).
+template <class D, class S, bool Unity, int K>
+inline void group(uint8_t* d, const uint8_t* s, float gain) {
+  constexpr int db = D::bytes * kBlock, sb = S::bytes * kBlock;
   if constexpr (kSingle<D, S, Unity>) {
-    __m256 v = loadF<S>(s);
-    if constexpr (!Unity) v = _mm256_mul_ps(v, _mm256_set1_ps(gain));
-    storeF<D>(d, v);
-  } else {
-    __m256d a, b;
-    loadD<S>(s, a, b);
-    if constexpr (!Unity) {
-      const __m256d g = _mm256_set1_pd(double(gain));
-      a = _mm256_mul_pd(a, g);
-      b = _mm256_mul_pd(b, g);
+    __m256 v[K];
+    for (int k = 0; k < K; ++k) {
+      v[k] = loadF<S>(s + k * sb);
+      if constexpr (!Unity) v[k] = _mm256_mul_ps(v[k], _mm256_set1_ps(gain));
     }
-    storeD<D>(d, a, b);
+    if constexpr (std::is_same_v<D, TS16> && K % 2 == 0) {
+      for (int k = 0; k < K; k += 2)
+        storeS16Pair(d + k * db, quantizeF<D>(v[k]), quantizeF<D>(v[k + 1]));
+    } else {
+      for (int k = 0; k < K; ++k) storeF<D>(d + k * db, v[k]);
+    }
+  } else {
+    __m256d a[K], b[K];
+    for (int k = 0; k < K; ++k) {
+      loadD<S>(s + k * sb, a[k], b[k]);
+      if constexpr (!Unity) {
+        const __m256d g = _mm256_set1_pd(double(gain));
+        a[k] = _mm256_mul_pd(a[k], g);
+        b[k] = _mm256_mul_pd(b[k], g);
+      }
+    }
+    for (int k = 0; k < K; ++k) storeD<D>(d + k * db, a[k], b[k]);
   }
 }
+
+constexpr int kGroup = 4;
 
 // Whole blocks, forwards (or backwards for widening pairs, so that in-place conversion
 // works); the remaining samples go to the plain converter in the same direction.
@@ -206,9 +236,15 @@ template <class D, class S, bool Unity>
 inline void blocks(uint8_t* d, const uint8_t* s, int32_t count, float gain) {
   constexpr int db = D::bytes * kBlock, sb = S::bytes * kBlock;
   if constexpr (D::bytes > S::bytes) {
-    for (int32_t i = count - 1; i >= 0; --i) block<D, S, Unity>(d + i * db, s + i * sb, gain);
+    int32_t i = count;
+    for (; i >= kGroup; i -= kGroup)
+      group<D, S, Unity, kGroup>(d + (i - kGroup) * db, s + (i - kGroup) * sb, gain);
+    for (; i > 0; --i) group<D, S, Unity, 1>(d + (i - 1) * db, s + (i - 1) * sb, gain);
   } else {
-    for (int32_t i = 0; i < count; ++i) block<D, S, Unity>(d + i * db, s + i * sb, gain);
+    int32_t i = 0;
+    for (; i + kGroup <= count; i += kGroup)
+      group<D, S, Unity, kGroup>(d + i * db, s + i * sb, gain);
+    for (; i < count; ++i) group<D, S, Unity, 1>(d + i * db, s + i * sb, gain);
   }
 }
 
