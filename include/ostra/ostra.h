@@ -11,5 +11,6 @@
 #include "ostra/kawave.h"
 #include "ostra/riff.h"
 #include "ostra/riff64.h"
+#include "ostra/mriff.h"
 #include "ostra/kadib.h"
 #include "ostra/kayuv.h"

@@ -16,6 +16,7 @@ namespace rifftest {
 struct Bytes : std::vector<uint8_t> {
   Bytes() = default;
   Bytes(std::initializer_list<uint8_t> b) : std::vector<uint8_t>(b) {}
+  Bytes(const uint8_t* first, const uint8_t* last) : std::vector<uint8_t>(first, last) {}
   Bytes& u16(uint16_t v) { return put(&v, 2); }
   Bytes& u32(uint32_t v) { return put(&v, 4); }
   Bytes& u64(uint64_t v) { return put(&v, 8); }
