@@ -41,9 +41,9 @@ void KaInitializeCriticalSection(KACRITICAL_SECTION* cs) noexcept {
   cs->spinCount = 64;
 }
 
-void KaDeleteCriticalSection(KACRITICAL_SECTION* cs) noexcept {
-  if (cs) std::memset(cs, 0, sizeof *cs);
-}
+// Nothing to release. The words are left alone so that a thread still on its way in
+// (a queue consumer that lost the race with deletion) finds a working lock.
+void KaDeleteCriticalSection(KACRITICAL_SECTION*) noexcept {}
 
 void KaEnterCriticalSection(KACRITICAL_SECTION* cs) noexcept {
   if (!cs) return;

@@ -13,6 +13,8 @@ namespace {
 
 constexpr uint32_t kMagic = 0x4D4C4747;  // "GGLM"
 constexpr size_t kPrefix = 16;          // keeps the payload 16-byte aligned
+// Larger requests fail at once (beyond any machine; the sanitizers abort on them).
+constexpr size_t kMaxBlock = size_t(1) << 39;
 
 struct Block {
   uint32_t magic;
@@ -30,7 +32,7 @@ Block* toBlock(KAHGLOBAL h) {
 }
 
 unsigned char* allocRaw(size_t bytes, bool zero) {
-  if (bytes > SIZE_MAX - kPrefix) return nullptr;
+  if (bytes > kMaxBlock) return nullptr;
   auto* raw = static_cast<unsigned char*>(sysOps().malloc(bytes + kPrefix));
   if (raw && zero) std::memset(raw + kPrefix, 0, bytes);
   return raw;
@@ -58,7 +60,7 @@ KAHGLOBAL KaGlobalReAlloc(KAHGLOBAL mem, SIZE_T bytes, UINT flags) noexcept {
   if (!b) return nullptr;
   // A locked block moves only when the caller allows it, as its address is in use.
   if (b->lockCount && !(flags & GMEM_MOVEABLE) && bytes > b->size) return nullptr;
-  if (bytes > SIZE_MAX - kPrefix) return nullptr;
+  if (bytes > kMaxBlock) return nullptr;
   auto* raw = static_cast<unsigned char*>(sysOps().realloc(b->raw, bytes + kPrefix));
   if (!raw) return nullptr;
   if ((flags & GMEM_ZEROINIT) && bytes > b->size) std::memset(raw + kPrefix + b->size, 0, bytes - b->size);

@@ -34,8 +34,10 @@ OSTRA_API HRESULT KaFile_Close(KAHFILE file) noexcept;
 // Reads up to count bytes; a short count (end of file) is S_OK with *read < count.
 OSTRA_API HRESULT KaFile_Read(KAHFILE file, void* buffer, DWORD count, DWORD* read) noexcept;
 // Writes count bytes; anything less is a failure whose code says why (disk full, ...).
-OSTRA_API HRESULT KaFile_Write(KAHFILE file, const void* buffer, DWORD count, DWORD* written) noexcept;
-OSTRA_API HRESULT KaFile_Seek(KAHFILE file, INT64 distance, DWORD method, INT64* newPosition) noexcept;
+OSTRA_API HRESULT KaFile_Write(KAHFILE file, const void* buffer, DWORD count,
+                               DWORD* written) noexcept;
+OSTRA_API HRESULT KaFile_Seek(KAHFILE file, INT64 distance, DWORD method,
+                              INT64* newPosition) noexcept;
 OSTRA_API HRESULT KaFile_GetPosition(KAHFILE file, INT64* position) noexcept;
 OSTRA_API HRESULT KaFile_SetEndOfFile(KAHFILE file) noexcept;
 OSTRA_API HRESULT KaFile_GetSize(KAHFILE file, UINT64* size) noexcept;
@@ -134,4 +136,35 @@ typedef int (*KAMESSAGEBOXHOOK)(HWND owner, const KAWCHAR* text, const KAWCHAR* 
                                 void* context);
 // Installs (or with null removes) the hook; returns the previous one.
 OSTRA_API KAMESSAGEBOXHOOK KaSetMessageBoxHook(KAMESSAGEBOXHOOK hook, void* context) noexcept;
-OSTRA_API int KaMessageBox(HWND owner, const KAWCHAR* text, const KAWCHAR* caption, UINT flags) noexcept;
+OSTRA_API int KaMessageBox(HWND owner, const KAWCHAR* text, const KAWCHAR* caption,
+                           UINT flags) noexcept;
+
+// ---------------------------------------------------------------- private heaps
+// Growable heaps whose blocks are freed together by KaHeapDestroy. A heap created with
+// HEAP_NO_SERIALIZE takes no lock: its caller serialises. KaGetProcessHeap is the
+// process's general allocator (serialised, never destroyed).
+typedef struct KaOpaqueHeap* KAHHEAP;
+#define HEAP_NO_SERIALIZE 0x00000001u
+#define HEAP_GENERATE_EXCEPTIONS 0x00000004u  // accepted, never throws
+#define HEAP_ZERO_MEMORY 0x00000008u
+#define HEAP_REALLOC_IN_PLACE_ONLY 0x00000010u
+
+// maximumBytes 0 means growable without limit; otherwise allocations beyond it fail.
+OSTRA_API KAHHEAP KaHeapCreate(DWORD options, SIZE_T initialBytes, SIZE_T maximumBytes) noexcept;
+OSTRA_API BOOL KaHeapDestroy(KAHHEAP heap) noexcept;
+OSTRA_API KAHHEAP KaGetProcessHeap() noexcept;
+OSTRA_API void* KaHeapAlloc(KAHHEAP heap, DWORD flags, SIZE_T bytes) noexcept;
+// Null on failure, the block unchanged. HEAP_ZERO_MEMORY zeroes the grown part.
+OSTRA_API void* KaHeapReAlloc(KAHHEAP heap, DWORD flags, void* block, SIZE_T bytes) noexcept;
+OSTRA_API BOOL KaHeapFree(KAHHEAP heap, DWORD flags, void* block) noexcept;
+// The size asked for when the block was (re)allocated, or (SIZE_T)-1 when the block is
+// not one of this heap's.
+OSTRA_API SIZE_T KaHeapSize(KAHHEAP heap, DWORD flags, const void* block) noexcept;
+// Live blocks and bytes of one heap, or with a null heap of every heap including the
+// process heap; liveHeaps counts the private heaps not yet destroyed.
+OSTRA_API void KaHeapGetStats(KAHHEAP heap, UINT64* liveBlocks, UINT64* liveBytes,
+                              UINT64* liveHeaps) noexcept;
+
+// TRUE when every byte of the range can be read without a fault (a probe through the
+// kernel, never a read that could crash).
+OSTRA_API BOOL KaMemory_IsReadable(const void* address, SIZE_T bytes) noexcept;
