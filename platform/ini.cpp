@@ -155,7 +155,7 @@ HRESULT save(const std::string& path, const IniFile& f) {
     bytes = (enc == Encoding::Utf8Bom ? "\xEF\xBB\xBF" : "") + ostra::text::utf16ToUtf8(text);
   if (enc == Encoding::Utf16Le || enc == Encoding::Utf16Be) {
     const bool big = enc == Encoding::Utf16Be;
-    bytes = big ? "\xFE\xFF" : "\xFF\xFE";
+    bytes.assign(big ? "\xFE\xFF" : "\xFF\xFE", 2);
     for (char16_t c : text) {
       const char lo = char(c & 0xFF), hi = char(c >> 8);
       bytes += big ? hi : lo;
