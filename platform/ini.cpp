@@ -151,11 +151,16 @@ HRESULT save(const std::string& path, const IniFile& f) {
     else
       enc = Encoding::Utf8Bom;  // the code page cannot hold the new text
   }
-  if (enc == Encoding::Utf8 || enc == Encoding::Utf8Bom)
-    bytes = (enc == Encoding::Utf8Bom ? "\xEF\xBB\xBF" : "") + ostra::text::utf16ToUtf8(text);
+  if (enc == Encoding::Utf8 || enc == Encoding::Utf8Bom) {
+    bytes.clear();
+    if (enc == Encoding::Utf8Bom) bytes.append("\xEF\xBB\xBF", 3);
+    bytes += ostra::text::utf16ToUtf8(text);
+  }
   if (enc == Encoding::Utf16Le || enc == Encoding::Utf16Be) {
     const bool big = enc == Encoding::Utf16Be;
-    bytes.assign(big ? "\xFE\xFF" : "\xFF\xFE", 2);
+    bytes.clear();
+    bytes.push_back(big ? '\xFE' : '\xFF');
+    bytes.push_back(big ? '\xFF' : '\xFE');
     for (char16_t c : text) {
       const char lo = char(c & 0xFF), hi = char(c >> 8);
       bytes += big ? hi : lo;
