@@ -1,16 +1,46 @@
 #include <cstdio>
+#include <string>
 
 #include "command.h"
 #include "ostra/kaerror.h"
+#include "ostra/kaplatform.h"
 
 namespace ostra::cli {
+namespace {
 
+std::u16string utf16(const std::string& s) {
+  const int n = KaText_MultiByteToWide(KA_CP_UTF8, 0, s.c_str(), -1, nullptr, 0);
+  if (n <= 0) return {};
+  std::u16string out(size_t(n), u'\0');
+  KaText_MultiByteToWide(KA_CP_UTF8, 0, s.c_str(), -1, out.data(), n);
+  out.resize(size_t(n - 1));
+  return out;
+}
+
+std::string utf8(const KAWCHAR* s) {
+  const int n = s ? KaText_WideToMultiByte(KA_CP_UTF8, 0, s, -1, nullptr, 0) : 0;
+  if (n <= 0) return {};
+  std::string out(size_t(n), '\0');
+  KaText_WideToMultiByte(KA_CP_UTF8, 0, s, -1, out.data(), n);
+  out.resize(size_t(n - 1));
+  return out;
+}
+
+}  // namespace
+
+// The kernel's own composed message (context sentence, reason, details). The general
+// context has no place for the file name, so it goes in front of the message instead.
 int reportFailure(HRESULT hr, const std::string& context, DWORD contextId) {
-  (void)contextId;
-  if (context.empty())
+  const std::u16string arg = utf16(context);
+  KAWCHAR* text = KaErrorHandler_ComposeErrorText(contextId, hr, arg.c_str());
+  const std::string message = text ? utf8(text) : std::string();
+  KaErrorHandler_FreeErrorText(text);
+  if (message.empty())
     std::fprintf(stderr, "ostra: error 0x%08x\n", unsigned(hr));
+  else if (contextId == 0 && !context.empty())
+    std::fprintf(stderr, "ostra: %s: %s\n", context.c_str(), message.c_str());
   else
-    std::fprintf(stderr, "ostra: %s: error 0x%08x\n", context.c_str(), unsigned(hr));
+    std::fprintf(stderr, "ostra: %s\n", message.c_str());
   return exitStatus() = 1;
 }
 
