@@ -10,6 +10,7 @@
 #include "kernel/internal/errors.h"
 #include "kernel/internal/wformat.h"
 #include "ostra/kaerror.h"
+#include "ostra/kathread.h"
 
 namespace ostra::kernel {
 namespace {
@@ -28,8 +29,6 @@ Details& details() {
   static Details* d = new Details;  // never destroyed: other statics may report late
   return *d;
 }
-
-std::atomic<DWORD> gNextThread{1};
 
 HRESULT addLine(HRESULT code, const std::u16string& line) {
   Details& d = details();
@@ -91,10 +90,7 @@ const char16_t* exceptionName(DWORD code) {
 
 }  // namespace
 
-DWORD currentThreadNumber() noexcept {
-  thread_local DWORD number = gNextThread.fetch_add(1);
-  return number;
-}
+DWORD currentThreadNumber() noexcept { return KaGetCurrentThreadId(); }
 
 DWORD detailsSnapshot(std::u16string& text) {
   Details& d = details();

@@ -167,8 +167,8 @@ OSTRA_API int KaErrorHandler_AddErrorTable(HKALANG lang, const KAERRORTABLEENTRY
 OSTRA_API void KaErrorHandler_DetailsInit() noexcept;
 OSTRA_API HRESULT KaErrorHandler_DetailsAddString(HRESULT code, const KAWCHAR* format,
                                                   ...) noexcept;
-// Any of the pointers may be null. `thread` is the kernel's number of the owning thread
-// (0 when none).
+// Any of the pointers may be null. `thread` is the id of the owning thread
+// (KaGetCurrentThreadId; 0 when none).
 OSTRA_API HRESULT KaErrorHandler_DetailsInfo(HRESULT* code, DWORD* lines, DWORD* thread) noexcept;
 // A link shown with the message (for example to a help page); null caption clears it.
 OSTRA_API HRESULT KaErrorHandler_DetailsSetHyperlink(const KAWCHAR* caption,
@@ -178,7 +178,7 @@ OSTRA_API HRESULT KaErrorHandler_DetailsGetHyperlink(KAWCHAR* caption, DWORD cap
                                                      KAWCHAR* target, DWORD targetChars) noexcept;
 // The code the current details belong to (S_OK when there are none).
 OSTRA_API HRESULT KaErrorHandler_GetLastError() noexcept;
-// The kernel's number for the calling thread (what DetailsInfo reports as the owner).
+// The calling thread's id as DetailsInfo reports owners (KaGetCurrentThreadId).
 OSTRA_API DWORD KaErrorHandler_GetThreadNumber() noexcept;
 
 // ---------------------------------------------------------------- crash diagnostics

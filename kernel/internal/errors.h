@@ -31,7 +31,7 @@ extern const size_t kCommDlgErrorCount;
 // Forgets every registered reason table (tests only).
 void resetErrorTables() noexcept;
 
-// The kernel's number for the calling thread: small, unique in the process, never 0.
+// The id of the calling thread as the details record it (KaGetCurrentThreadId).
 DWORD currentThreadNumber() noexcept;
 
 }  // namespace ostra::kernel

@@ -1,0 +1,16 @@
+// Module handles on POSIX (kernel/modules.cpp): an address inside a module stands for it.
+#pragma once
+
+#include <string>
+
+#include "ostra/kadefs.h"
+
+namespace ostra::kernel {
+
+// The file of the mapping that holds `address`; KAERR_NOT_FOUND when none does, or the
+// code of the failure to read the process's map.
+HRESULT modulePathOf(const void* address, std::string& path);
+// An address inside the process's executable (its first mapping), or null.
+const void* executableAddress() noexcept;
+
+}  // namespace ostra::kernel

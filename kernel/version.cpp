@@ -1,3 +1,0 @@
-#include "ostra/kakernel.h"
-
-DWORD KaKernel_GetVersion() noexcept { return KAKERNEL_VERSION; }
