@@ -1,0 +1,51 @@
+// A scratch file per fuzz process for the targets that parse files through a handle
+// (aiff_*, displist_*, repair_*, summary_*): every input is written to it and the file
+// is reopened, so the parsers see exactly the fuzz bytes.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <random>
+#include <string>
+
+#include "ostra/kaplatform.h"
+
+namespace ostra::fuzz {
+
+class ScratchFile {
+ public:
+  explicit ScratchFile(const char* tag) {
+    std::random_device rd;
+    path_ = (std::filesystem::temp_directory_path() /
+             ("ostra_fuzz_" + std::string(tag) + "_" + std::to_string(rd())))
+                .string();
+  }
+  ~ScratchFile() {
+    std::error_code ec;
+    std::filesystem::remove(path_, ec);
+  }
+  // The bytes as a file opened for reading and writing, positioned at 0; invalid on
+  // failure. Inputs above 1 MiB are not worth a file.
+  KAHFILE open(const uint8_t* data, size_t size) const {
+    KAHFILE f = KA_INVALID_HFILE;
+    if (size > (1u << 20)) return KA_INVALID_HFILE;
+    if (FAILED(
+            KaFile_OpenUtf8(path_.c_str(), GENERIC_READ | GENERIC_WRITE, 0, CREATE_ALWAYS, 0, &f)))
+      return KA_INVALID_HFILE;
+    if (size) KaFile_Write(f, data, DWORD(size), nullptr);
+    KaFile_Seek(f, 0, FILE_BEGIN, nullptr);
+    return f;
+  }
+
+ private:
+  std::string path_;
+};
+
+// Reads a little-endian 32-bit word from the front of the input, consuming it.
+inline uint32_t takeWord(const uint8_t*& data, size_t& size) {
+  uint32_t v = 0;
+  for (int i = 0; i < 4 && size; ++i, ++data, --size) v |= uint32_t(*data) << (8 * i);
+  return v;
+}
+
+}  // namespace ostra::fuzz
