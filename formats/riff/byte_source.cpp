@@ -104,7 +104,11 @@ bool MemorySource::seek(uint64_t position) {
   return true;
 }
 
-bool MemorySource::skip(uint64_t n) { return seek(uint64_t(currentOffset()) + n); }
+bool MemorySource::skip(uint64_t n) {
+  const uint32_t cur = currentOffset();
+  setCurrent(cur + uint32_t(std::min<uint64_t>(n, dataOffset() - cur)));
+  return true;
+}
 
 uint64_t MemorySource::size() { return dataOffset(); }
 

@@ -279,7 +279,7 @@ TEST(Riff, DeleteChunkCompactsTheFile) {
   };
   const Case cases[] = {
       {"data", false, chunk("fmt ", 16), chunk("data", 8), {}},  // the last chunk
-      {"odd ", false, chunk("fmt ", 16), chunk("odd ", 3), Bytes().add(big).add(chunk("x", 1))},
+      {"odd ", false, chunk("fmt ", 16), chunk("odd ", 3), Bytes().add(big).add(chunk("x   ", 1))},
       {"INFO", true, list("adtl", chunk("labl", 4)), list("INFO", chunk("INAM", 5)), big},
   };
   for (const Case& c : cases) {

@@ -1,0 +1,99 @@
+// Feeds arbitrary bytes as a RIFF file to every chunk walk of riff_*: searches with and
+// without budgets, list walks, data reads sized by the file, strings, CD-audio records,
+// the size word and chunk deletion. Any result code is fine; crashes, hangs, reads out of
+// bounds and allocations larger than the file are not.
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <string>
+
+#include "ostra/kaplatform.h"
+#include "ostra/riff.h"
+
+namespace {
+
+struct Scratch {
+  std::string path;
+  Scratch() {
+    std::random_device rd;
+    path = (std::filesystem::temp_directory_path() / ("ostra_fuzz_riff_" + std::to_string(rd())))
+               .string();
+  }
+  ~Scratch() {
+    std::error_code ec;
+    std::filesystem::remove(path, ec);
+  }
+  KAHFILE open(const uint8_t* data, size_t size) const {
+    KAHFILE f = KA_INVALID_HFILE;
+    if (FAILED(
+            KaFile_OpenUtf8(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, CREATE_ALWAYS, 0, &f)))
+      return KA_INVALID_HFILE;
+    if (size) KaFile_Write(f, data, DWORD(size), nullptr);
+    KaFile_Seek(f, 0, FILE_BEGIN, nullptr);
+    return f;
+  }
+};
+
+// A block handed out for a size the file named must fit in the file.
+void readAlloc(KAHFILE f, DWORD size, size_t fileSize) {
+  tRIFFDATA rec{size, nullptr};
+  if (SUCCEEDED(riff_ReadDataAlloc(f, &rec)) && rec.data) {
+    if (rec.size > fileSize) std::abort();
+    KaGlobalFreePtr(rec.data);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static Scratch scratch;
+  if (size > (1u << 20)) return 0;
+  const KAHFILE f = scratch.open(data, size);
+  if (f == KA_INVALID_HFILE) return 0;
+
+  DWORD riffSize = 0, chunkSize = 0, left = 0, count = 0, id = 0;
+  riff_GetFileSize(f, &riffSize);
+  for (DWORD want : {RIFF_ID_FMT, RIFF_ID_DATA, RIFF_ID_JUNK}) {
+    if (SUCCEEDED(riff_FindChunkHeaderInRIFF(f, want, &chunkSize, &left))) {
+      readAlloc(f, chunkSize, size);
+    }
+  }
+  riff_SeekDataStart(f);
+  riff_FindChunkHeader(f, KaFourCC('n', 'o', 'n', 'e'), &chunkSize, nullptr);  // to the end
+
+  if (SUCCEEDED(riff_FindListChunkFromStart(f, RIFF_ID_INFO, &chunkSize))) {
+    left = chunkSize;
+    riff_GetNumListEntries(f, &count, &left);
+    riff_GetNumListEntries(f, &count, nullptr);
+    DWORD entry = 0;
+    while (left >= 8 && entry < 64 && SUCCEEDED(riff_ReadChunkHeader(f, &id, &chunkSize))) {
+      left -= 8;
+      KAWCHAR text[64];
+      DWORD n = chunkSize;
+      if (FAILED(riff_ReadANSIString(f, text, 64, &n))) break;
+      left = n > left ? 0 : left - n;
+      ++entry;
+    }
+  }
+  riff_SeekDataStart(f);
+  left = riffSize;
+  riff_FindListChunk(f, KaFourCC('a', 'd', 't', 'l'), &chunkSize, &left);
+  riff_SeekDataStart(f);
+  left = riffSize;
+  riff_SeekListEntry(f, 3, &left);
+  riff_ReadListHeader(f, &id, &chunkSize);
+  readAlloc(f, chunkSize, size);
+
+  KaFile_Seek(f, 0, FILE_BEGIN, nullptr);
+  tRIFFCDDA cd{};
+  riff_ReadRIFFCDDA(f, &cd);
+
+  // Editing paths last: they change the file.
+  DWORD removed = 0;
+  riff_DeleteChunk(f, RIFF_ID_JUNK, &removed, FALSE);
+  riff_DeleteChunk(f, RIFF_ID_INFO, &removed, TRUE);
+  riff_UpdateRIFFSize(f, size > 0 ? INT64(data[0]) - 128 : 0);
+  KaFile_Close(f);
+  return 0;
+}
