@@ -244,6 +244,7 @@ BOOL KaCloseHandle(HANDLE handle) noexcept {
     // The slot is merely not reused.
   }
   --t.live;
+  o->handleClosed();
   releaseLocked(o);
   return TRUE;
 }

@@ -6,6 +6,8 @@
 #include "ostra/kaplatform.h"
 #include "ostra/kathread.h"
 #include "ostra/kaini.h"
+#include "ostra/kamodule.h"
+#include "ostra/kacom.h"
 #include "ostra/kacpu.h"
 #include "ostra/kakernel.h"
 #include "ostra/kalist.h"

@@ -22,6 +22,8 @@ enum class ObjKind : uint8_t { Event, Mutex, Thread, Process };
 struct SyncObject {
   explicit SyncObject(ObjKind k) : kind(k) {}
   virtual ~SyncObject() = default;
+  // Called under the lock when the handle is closed (the object may live on).
+  virtual void handleClosed() {}
   ObjKind kind;
   int refs = 1;  // the handle's reference; waiters and runners add their own
   bool signalled = false;
