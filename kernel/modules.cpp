@@ -3,6 +3,7 @@
 // the address in the process's map (/proc/self/maps), read through the platform's file
 // functions.
 #include <cerrno>
+#include <filesystem>
 #include <string>
 
 #include "kernel/internal/modules.h"
@@ -73,13 +74,21 @@ HRESULT modulePathOf(const void* address, std::string& path) {
 
 const void* executableAddress() noexcept {
   try {
+    std::error_code ec;
+    const std::string exe = std::filesystem::read_symlink("/proc/self/exe", ec).string();
+    if (ec || exe.empty()) return nullptr;
     std::string maps;
     if (FAILED(readMaps(maps))) return nullptr;
-    // The loader maps the executable before anything else, so its mapping comes first.
-    uintptr_t lo, hi;
-    std::string p;
-    const size_t end = maps.find('\n');
-    if (parseLine(maps.substr(0, end), lo, hi, p)) return reinterpret_cast<const void*>(lo);
+    size_t begin = 0;
+    while (begin < maps.size()) {
+      size_t end = maps.find('\n', begin);
+      if (end == std::string::npos) end = maps.size();
+      uintptr_t lo, hi;
+      std::string p;
+      if (parseLine(maps.substr(begin, end - begin), lo, hi, p) && p == exe)
+        return reinterpret_cast<const void*>(lo);
+      begin = end + 1;
+    }
   } catch (...) {
   }
   return nullptr;

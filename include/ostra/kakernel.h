@@ -22,7 +22,7 @@
 
 // ---------------------------------------------------------------- frame
 // The first call into the kernel, on the host's main thread. `module` is the module whose
-// texts the kernel uses; on POSIX the texts are compiled into the kernel, so any value
+// texts the kernel uses (on POSIX: the address of a function in it); on POSIX the texts are compiled into the kernel, so any value
 // (null included) opens them. TRUE when the print-token registry and the language
 // resources came up.
 OSTRA_API BOOL KaKernel_EarlyInitialize(HMODULE module, DWORD flags) noexcept;

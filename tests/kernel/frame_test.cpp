@@ -15,6 +15,10 @@ using namespace ostra::kernel;
 
 namespace {
 
+// Module handles are addresses in a module's code.
+void anchor() {}
+HMODULE anchorModule() { return reinterpret_cast<HMODULE>(reinterpret_cast<uintptr_t>(&anchor)); }
+
 struct Box {
   int calls = 0;
   std::u16string text, caption;
@@ -79,13 +83,12 @@ TEST(Frame, CheckVersion) {
 }
 
 TEST(Frame, StartUpAndShutDown) {
-  static int anchor;
-  HMODULE module = reinterpret_cast<HMODULE>(&anchor);
+  HMODULE module = anchorModule();
   const struct {
     DWORD flags, mode;
   } modes[] = {{0, 0}, {1, 1}, {0x20, 2}, {0x21, 1}, {0x40, 0}, {0xFFFFFFFE, 2}};
   for (const auto& m : modes) {
-    KaKernel_SetSplash(reinterpret_cast<HWND>(&anchor));
+    KaKernel_SetSplash(reinterpret_cast<HWND>(module));
     const BOOL ok = KaKernel_EarlyInitialize(module, m.flags);
     const FrameState& s = frameState();
     EXPECT_EQ(s.startMode, m.mode) << m.flags;
@@ -154,8 +157,7 @@ TEST(Frame, AppKernelPath) {
   EXPECT_EQ(KaKernel_GetAppKernelPathName(small, 6), S_OK);  // truncated is still S_OK
   EXPECT_EQ(std::u16string(small), full.substr(0, 5));
   EXPECT_EQ(KaKernel_GetAppKernelPathName(nullptr, 6), E_INVALIDARG);
-  static int anchor;
-  KaKernel_EarlyInitialize(reinterpret_cast<HMODULE>(&anchor), 0);
+  KaKernel_EarlyInitialize(anchorModule(), 0);
   EXPECT_EQ(KaKernel_GetAppKernelPathName(path, 4096), S_OK);
   EXPECT_EQ(std::u16string(path), full);
   KaKernel_LateTerminate(nullptr);
