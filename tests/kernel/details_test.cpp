@@ -1,8 +1,10 @@
 // The per-process details text: its owner-thread rule, its size limit and the dumps.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "ostra/kaerror.h"
 
@@ -135,4 +137,34 @@ TEST_F(Details, Dumps) {
   KAEXCEPTION_POINTERS empty{nullptr, nullptr};
   EXPECT_EQ(KaErrorHandler_ExceptionFilter(&empty), KA_EXCEPTION_CONTINUE_SEARCH);
   EXPECT_EQ(KaErrorHandler_ExceptionFilter(nullptr), KA_EXCEPTION_CONTINUE_SEARCH);
+}
+
+// Threads that share one failure add to the details together while each composes its own
+// message: no line is lost and no message is torn.
+TEST_F(Details, ConcurrentWritersOfOneFailure) {
+  ASSERT_EQ(KaErrorHandler_DetailsAddString(KAERR_READ_FAILED, u"owner"), S_OK);
+  constexpr int kThreads = 4, kLines = 50;
+  std::vector<std::thread> threads;
+  std::atomic<int> refused{0}, torn{0};
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([t, &refused, &torn] {
+      const HRESULT code = t % 2 ? KAERR_READ_FAILED : KAERR_WRITE_FAILED;
+      const std::u16string expect = code == KAERR_READ_FAILED
+                                        ? u"\n\nThe file could not be read. The end of the file "
+                                          u"was reached too soon or the device reported an error."
+                                        : u"\n\nThe file could not be written. The disk may be "
+                                          u"full, removed or write-protected.";
+      for (int i = 0; i < kLines; ++i) {
+        if (KaErrorHandler_DetailsAddString(code, u"thread %d line %d", t, i) != S_OK) ++refused;
+        const std::u16string message =
+            KaErrorHandler_GetErrorMessage(KACTX_FROM_TEMPLATE(u""), code, nullptr);
+        if (message != expect) ++torn;
+      }
+    });
+  for (auto& th : threads) th.join();
+  DWORD lines;
+  KaErrorHandler_DetailsInfo(nullptr, &lines, nullptr);
+  EXPECT_EQ(lines, 1u + kThreads / 2 * kLines);  // the other code is refused
+  EXPECT_EQ(refused, kThreads / 2 * kLines);
+  EXPECT_EQ(torn, 0);
 }
