@@ -7,10 +7,13 @@
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 #include "support/test_support.h"
+#include "wave_test_support.h"
 
 using ostra::test::readFile;
 using ostra::test::TempDir;
 using ostra::test::writeFile;
+
+using namespace wavetest;
 
 namespace {
 
@@ -48,25 +51,6 @@ struct Iff {
     f.id("FORM").u32(uint32_t(b.size() + 4)).id(type).raw(b);
     return f.b;
   }
-};
-
-class File {
- public:
-  explicit File(const std::string& path, DWORD mode = OPEN_EXISTING) {
-    EXPECT_EQ(
-        KaFile_OpenUtf8(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, mode, 0, &f_),
-        S_OK);
-  }
-  ~File() { KaFile_Close(f_); }
-  operator KAHFILE() const { return f_; }
-  INT64 pos() const {
-    INT64 p = -1;
-    KaFile_GetPosition(f_, &p);
-    return p;
-  }
-
- private:
-  KAHFILE f_ = KA_INVALID_HFILE;
 };
 
 }  // namespace

@@ -8,38 +8,15 @@
 #include "ostra/kaplatform.h"
 #include "ostra/kawave.h"
 #include "support/test_support.h"
+#include "wave_test_support.h"
 
 using ostra::test::readFile;
 using ostra::test::TempDir;
 using ostra::test::writeFile;
-using Bytes = std::vector<uint8_t>;
+
+using namespace wavetest;
 
 namespace {
-
-class File {
- public:
-  explicit File(const std::string& path) {
-    EXPECT_EQ(KaFile_OpenUtf8(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, OPEN_ALWAYS, 0, &f_),
-              S_OK);
-  }
-  ~File() { KaFile_Close(f_); }
-  operator KAHFILE() const { return f_; }
-  INT64 pos() const {
-    INT64 p = -1;
-    KaFile_GetPosition(f_, &p);
-    return p;
-  }
-  void seek(INT64 to) { KaFile_Seek(f_, to, FILE_BEGIN, nullptr); }
-
- private:
-  KAHFILE f_ = KA_INVALID_HFILE;
-};
-
-uint64_t liveBlocks() {
-  UINT64 n = 0;
-  KaGlobalGetStats(&n, nullptr);
-  return n;
-}
 
 Bytes itemBytes(_displisttag* l, LONG format) {
   const _displistitemtag* item = displist_GetItem(l, format);

@@ -9,27 +9,26 @@
 #include "ostra/kaplatform.h"
 #include "ostra/kawave.h"
 #include "support/test_support.h"
+#include "wave_test_support.h"
 
 using ostra::test::readFile;
 using ostra::test::TempDir;
 using ostra::test::writeFile;
-using Bytes = std::vector<uint8_t>;
+
+using namespace wavetest;
 
 namespace {
+
+void add(Bytes& b, const char* id, const Bytes& body) {
+  const Bytes c = chunk(id, body);
+  b.insert(b.end(), c.begin(), c.end());
+}
 
 struct Record {
   alignas(8) BYTE buffer[KAWAVEFORMAT_BUFFER_SIZE] = {};
   _kawaveformat* operator->() { return reinterpret_cast<_kawaveformat*>(buffer); }
   _kawaveformat* get() { return reinterpret_cast<_kawaveformat*>(buffer); }
 };
-
-void append(Bytes& b, const char* id, Bytes body) {
-  b.insert(b.end(), id, id + 4);
-  const uint32_t n = uint32_t(body.size());
-  for (int i = 0; i < 4; ++i) b.push_back(uint8_t(n >> (8 * i)));
-  b.insert(b.end(), body.begin(), body.end());
-  if (n & 1) b.push_back(0);
-}
 
 Bytes fmtBytes(const void* wfx, size_t n) {
   const auto* p = static_cast<const uint8_t*>(wfx);
@@ -59,12 +58,12 @@ TEST(FileWfx, ReadsEveryContainer) {
   ASSERT_EQ(KaInitializeWav64(dir.wfile("a.w64").c_str(), &cd, CREATE_ALWAYS), S_OK);
   ASSERT_EQ(KaInitializeAiff(dir.wfile("a.aif").c_str(), &be24, CREATE_ALWAYS), S_OK);
   Bytes chunks;
-  append(chunks, "fmt ", fmtBytes(&ext, 40));
-  append(chunks, "data", {});
+  add(chunks, "fmt ", fmtBytes(&ext, 40));
+  add(chunks, "data", {});
   writeFile(dir.file("ext.wav"), riff(chunks));
   chunks.clear();
-  append(chunks, "fmt ", fmtBytes(&cd, 16));  // the old 16-byte form
-  append(chunks, "data", {});
+  add(chunks, "fmt ", fmtBytes(&cd, 16));  // the old 16-byte form
+  add(chunks, "data", {});
   writeFile(dir.file("16.wav"), riff(chunks));
 
   struct Case {
@@ -137,11 +136,11 @@ TEST(FileWfx, AudioDataAndChunkList) {
   TempDir dir;
   const WAVEFORMATEX cd{WAVE_FORMAT_PCM, 2, 44100, 176400, 4, 16, 0};
   Bytes chunks;
-  append(chunks, "fmt ", fmtBytes(&cd, 18));
+  add(chunks, "fmt ", fmtBytes(&cd, 18));
   Bytes info = {'I', 'N', 'F', 'O'};
-  append(info, "INAM", {'t', 0});
-  append(chunks, "LIST", info);
-  append(chunks, "data", Bytes(12, 7));
+  add(info, "INAM", {'t', 0});
+  add(chunks, "LIST", info);
+  add(chunks, "data", Bytes(12, 7));
   const Bytes wav = riff(chunks);
   writeFile(dir.file("l.wav"), wav);
   Bytes cut = wav;  // a header claiming more data than there is

@@ -8,36 +8,18 @@
 #include "ostra/kawave.h"
 #include "ostra/riff.h"
 #include "support/test_support.h"
+#include "wave_test_support.h"
 
 using ostra::test::readFile;
 using ostra::test::TempDir;
 using ostra::test::u16;
 using ostra::test::writeFile;
-using Bytes = std::vector<uint8_t>;
+
+using namespace wavetest;
 
 namespace {
 
-class File {
- public:
-  explicit File(const std::string& path) {
-    EXPECT_EQ(KaFile_OpenUtf8(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, OPEN_ALWAYS, 0, &f_),
-              S_OK);
-  }
-  ~File() { KaFile_Close(f_); }
-  operator KAHFILE() const { return f_; }
-  void seek(INT64 to) { KaFile_Seek(f_, to, FILE_BEGIN, nullptr); }
-
- private:
-  KAHFILE f_ = KA_INVALID_HFILE;
-};
-
 // Live global-memory blocks, to show that every path frees what it took.
-uint64_t liveBlocks() {
-  UINT64 n = 0;
-  KaGlobalGetStats(&n, nullptr);
-  return n;
-}
-
 std::u16string text(const _summarylisttag& l, DWORD id) {
   const KAWCHAR* t = KaSummary_GetItemText(&l, id);
   return t ? std::u16string(t) : u"<null>";

@@ -9,49 +9,24 @@
 #include "ostra/kawave.h"
 #include "ostra/riff64.h"
 #include "support/test_support.h"
+#include "wave_test_support.h"
 
 using ostra::test::readFile;
 using ostra::test::TempDir;
 using ostra::test::writeFile;
-using Bytes = std::vector<uint8_t>;
+
+using namespace wavetest;
 
 namespace {
 
 const WAVEFORMATEX kCd{WAVE_FORMAT_PCM, 2, 44100, 176400, 4, 16, 0};
 
-uint32_t le32(const Bytes& b, size_t at) {
-  return b[at] | (b[at + 1] << 8) | (b[at + 2] << 16) | (uint32_t(b[at + 3]) << 24);
-}
-uint64_t le64(const Bytes& b, size_t at) { return le32(b, at) | (uint64_t(le32(b, at + 4)) << 32); }
 std::string id4(const Bytes& b, size_t at) {
   return std::string(b.begin() + at, b.begin() + at + 4);
 }
 bool guidAt(const Bytes& b, size_t at, const GUID& g) {
   return std::memcmp(b.data() + at, &g, 16) == 0;
 }
-
-class File {
- public:
-  explicit File(const std::string& path) {
-    EXPECT_EQ(KaFile_OpenUtf8(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING, 0, &f_),
-              S_OK);
-  }
-  ~File() { KaFile_Close(f_); }
-  operator KAHFILE() const { return f_; }
-  INT64 seek(INT64 to) {
-    INT64 p = -1;
-    KaFile_Seek(f_, to, FILE_BEGIN, &p);
-    return p;
-  }
-  INT64 pos() const {
-    INT64 p = -1;
-    KaFile_GetPosition(f_, &p);
-    return p;
-  }
-
- private:
-  KAHFILE f_ = KA_INVALID_HFILE;
-};
 
 // A file made by KaInitializeWav with `data` bytes of samples appended and the sizes
 // left as a crash would leave them.
