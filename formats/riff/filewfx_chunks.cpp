@@ -69,14 +69,16 @@ void walkW64(KAHFILE f, UINT64 from, UINT64 end, BYTE depth, Sink* sink) {
     tKACHUNKINFO* c = sink->add();
     setName(c, id.Data1);
     c->depth = depth, c->offset = pos, c->size = size, c->guid = id;
+    // pos + 24 <= end, so `room` is exact; a size beyond it runs past the end (and
+    // rounding it up could wrap).
+    const UINT64 room = end - pos - 24;
     GUID type;
     if (id == RIFF64_GUID_LIST && size >= 16 && depth == 0 && SUCCEEDED(readExact(f, &type, 16))) {
       c->listType = type.Data1;
-      walkW64(f, pos + 40, std::min<UINT64>(end, pos + 24 + size), 1, sink);
+      walkW64(f, pos + 40, size > room ? end : pos + 24 + size, 1, sink);
     }
-    const UINT64 step = 24 + ((size + 7) & ~UINT64(7));
-    if (step > end - pos) return;  // runs past the end
-    pos += step;
+    if (size > room) return;
+    pos += 24 + ((size + 7) & ~UINT64(7));
   }
 }
 
