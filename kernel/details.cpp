@@ -127,6 +127,7 @@ HRESULT KaErrorHandler_DetailsAddString(HRESULT code, const KAWCHAR* format, ...
       const bool ok = vformatWide(line, format, ap);
       va_end(ap);
       if (!ok) return E_INVALIDARG;
+      replaceAppName(line, appName());
     } else {
       line = format;
     }

@@ -35,12 +35,16 @@ std::u16string gAppName;
 // threads that compose at the same time).
 thread_local KAWCHAR tMessage[KAERR_MESSAGE_CHARS];
 
+}  // namespace
+
 std::u16string appName() {
   std::lock_guard<std::mutex> g(gAppNameLock);
   if (!gAppName.empty()) return gAppName;
   const KAWCHAR* d = kernelString(KASTR_DEFAULT_APP_NAME);
   return d ? std::u16string(d) : std::u16string(u"Ostra");
 }
+
+namespace {
 
 HRESULT translate(const SystemErrorPair* table, size_t count, DWORD error) {
   for (size_t i = 0; i < count; ++i)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 #include "ostra/kadefs.h"
 
@@ -27,6 +28,9 @@ extern const SystemErrorPair kWin32Errors[];
 extern const size_t kWin32ErrorCount;
 extern const SystemErrorPair kCommDlgErrors[];
 extern const size_t kCommDlgErrorCount;
+
+// The name that stands for $(AppName): the host's, or string 109.
+std::u16string appName();
 
 // Forgets every registered reason table (tests only).
 void resetErrorTables() noexcept;

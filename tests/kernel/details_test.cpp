@@ -73,7 +73,8 @@ TEST_F(Details, FormattingAndSizeLimit) {
   EXPECT_EQ(KaErrorHandler_DetailsAddString(KAERR_BAD_CHUNK, u"%d of %s", 3, u"7"), S_OK);
   EXPECT_EQ(KaErrorHandler_DetailsAddString(KAERR_BAD_CHUNK, u"no fields 100"), S_OK);
   EXPECT_EQ(KaErrorHandler_DetailsAddString(KAERR_BAD_CHUNK, u"bad %"), E_INVALIDARG);
-  EXPECT_EQ(detailsText(), u"3 of 7\r\nno fields 100\r\n");
+  EXPECT_EQ(KaErrorHandler_DetailsAddString(KAERR_BAD_CHUNK, u"restart $(AppName)"), S_OK);
+  EXPECT_EQ(detailsText(), u"3 of 7\r\nno fields 100\r\nrestart the application\r\n");
   KaErrorHandler_DetailsInit();
   // 16384 bytes hold 8191 units of text and the terminator.
   const std::u16string big(8189 - 2, u'x');
