@@ -308,3 +308,81 @@ OSTRA_API HRESULT KaAudio_Mix(const WAVEFORMATEX* destFormat, void* dest,
                               const double* gains) noexcept;
 // "plain", "sse2" or "avx2" for a pair of the mixer table; null without a mixer.
 OSTRA_API const char* KaAudio_GetMixerVariant(KASAMPLETYPE dest, KASAMPLETYPE src) noexcept;
+
+// ---------------------------------------------------------------- channel operations
+// Interleaved buffers described by typed records (any type with converters). Channels
+// count from 0. Every value passes through the converters, so scaling, clamping and
+// rounding follow the conversion rules; a gain of exactly 1.0 copies without scaling.
+// Results: S_OK; E_POINTER for a null argument; E_NOTIMPL for a raw record or a type
+// without converters; E_INVALIDARG for a channel out of range, a record whose block
+// align is not bytes times channels, or a channel map entry out of range; E_OUTOFMEMORY.
+// Source and destination buffers must not overlap unless a function says otherwise.
+
+// Destination channel c takes source channel channelMap[c] (silence for -1), converted
+// and scaled. channelMap holds destFormat->nChannels entries; null maps channel c to
+// channel c (silence where the source has fewer channels).
+OSTRA_API HRESULT KaAudio_CopyChannels(const _kawaveformat* destFormat, void* dest,
+                                       const _kawaveformat* srcFormat, const void* src,
+                                       DWORD frames, const int32_t* channelMap,
+                                       float gain = 1.0f) noexcept;
+// Within one buffer: channel destChannel becomes channel srcChannel times gain.
+OSTRA_API HRESULT KaAudio_CopyChannelToChannel(const _kawaveformat* format, void* buffer,
+                                               DWORD frames, WORD srcChannel, WORD destChannel,
+                                               float gain = 1.0f) noexcept;
+// Within one buffer: every other channel becomes channel srcChannel times gain (the
+// source channel itself is scaled too).
+OSTRA_API HRESULT KaAudio_CopyChannelToAll(const _kawaveformat* format, void* buffer, DWORD frames,
+                                           WORD srcChannel, float gain = 1.0f) noexcept;
+// One channel of src into the mono buffer dest (destFormat must have one channel).
+OSTRA_API HRESULT KaAudio_ExtractChannel(const _kawaveformat* destFormat, void* dest,
+                                         const _kawaveformat* srcFormat, const void* src,
+                                         DWORD frames, WORD channel, float gain = 1.0f) noexcept;
+// The mono buffer src into one channel of dest; the other channels are left as they are.
+OSTRA_API HRESULT KaAudio_InsertChannel(const _kawaveformat* destFormat, void* dest, WORD channel,
+                                        const _kawaveformat* srcFormat, const void* src,
+                                        DWORD frames, float gain = 1.0f) noexcept;
+// Every sample becomes `value` (full scale +-1.0), clamped and rounded for integer types.
+OSTRA_API HRESULT KaAudio_FillWithSample(const _kawaveformat* format, void* buffer, DWORD frames,
+                                         double value) noexcept;
+// Reverses the order of the frames in place (the channel order within a frame stays).
+OSTRA_API HRESULT KaAudio_Reverse(const _kawaveformat* format, void* buffer, DWORD frames) noexcept;
+// Swaps channels 0 and 1 of every frame (at least two channels).
+OSTRA_API HRESULT KaAudio_SwapStereoChannels(const _kawaveformat* format, void* buffer,
+                                             DWORD frames) noexcept;
+// Every channel of a frame becomes the average of the frame's channels.
+OSTRA_API HRESULT KaAudio_MonoChannel(const _kawaveformat* format, void* buffer,
+                                      DWORD frames) noexcept;
+// Silences one channel.
+OSTRA_API HRESULT KaAudio_MuteChannel(const _kawaveformat* format, void* buffer, DWORD frames,
+                                      WORD channel) noexcept;
+
+// ---------------------------------------------------------------- matrices and levels
+// Adds a channel matrix of src into dest: destination channel d receives the sum over
+// source channels s of matrix[d * srcChannels + s] times the source sample, formed in
+// double precision, then added as a mixer adds (integers saturate). Channel counts may
+// differ.
+OSTRA_API HRESULT KaAudio_MixEx(const _kawaveformat* destFormat, void* dest,
+                                const _kawaveformat* srcFormat, const void* src, DWORD frames,
+                                const double* matrix) noexcept;
+// Writes src into dest with another channel count (types may differ too): equal counts
+// copy; to mono, the average of all channels; from mono, the source in every channel;
+// otherwise source channel k feeds destination channel k % destChannels, each
+// destination channel the average of the channels feeding it, and destination channels
+// no source feeds are silent.
+OSTRA_API HRESULT KaAudio_ChannelChange(const _kawaveformat* destFormat, void* dest,
+                                        const _kawaveformat* srcFormat, const void* src,
+                                        DWORD frames) noexcept;
+// Root mean square per channel into rms[nChannels], full scale 1.0. NaN samples are
+// skipped; 0 frames give 0.
+OSTRA_API HRESULT KaAudio_CalcRMS(const _kawaveformat* format, const void* buffer, DWORD frames,
+                                  double* rms) noexcept;
+// Largest magnitude per channel into peaks[nChannels] (full scale 1.0; floating-point
+// samples may exceed it) and, when peakFrames is not null, the first frame reaching it.
+// NaN samples are skipped.
+OSTRA_API HRESULT KaAudio_FindPeaks(const _kawaveformat* format, const void* buffer, DWORD frames,
+                                    double* peaks, DWORD* peakFrames) noexcept;
+// The gain that brings the largest magnitude over all channels to targetPeak. A silent
+// buffer gives 1.0 and S_FALSE.
+OSTRA_API HRESULT KaAudio_GetNormalizeFactor(const _kawaveformat* format, const void* buffer,
+                                             DWORD frames, double targetPeak,
+                                             double* factor) noexcept;

@@ -169,22 +169,31 @@ TEST(Variants, TablesFollowTheAllowedFeatures) {
         const char* v = KaAudio_GetConverterVariant(d, s);
         if (!v) continue;
         const std::string name = v;
-        if (std::string(level.name) == "plain") EXPECT_EQ(name, "plain") << d << " <- " << s;
-        if (std::string(level.name) == "sse2") EXPECT_NE(name, "avx2");
+        if (std::string(level.name) == "plain") {
+          EXPECT_EQ(name, "plain") << d << " <- " << s;
+        }
+        if (std::string(level.name) == "sse2") {
+          EXPECT_NE(name, "avx2");
+        }
         chosen += name == level.name;
       }
     for (KASAMPLETYPE d : kMixTypes)
       for (KASAMPLETYPE s : kMixTypes) {
         const std::string name = KaAudio_GetMixerVariant(d, s);
-        if (std::string(level.name) == "plain") EXPECT_EQ(name, "plain");
-        if (std::string(level.name) == "sse2") EXPECT_NE(name, "avx2");
+        if (std::string(level.name) == "plain") {
+          EXPECT_EQ(name, "plain");
+        }
+        if (std::string(level.name) == "sse2") {
+          EXPECT_NE(name, "avx2");
+        }
         chosen += name == level.name;
       }
     EXPECT_GT(chosen, 0) << level.name;
   }
   // After the scopes closed, the best variants are back.
-  if (levelAvailable(kLevels[0]))
+  if (levelAvailable(kLevels[0])) {
     EXPECT_STREQ(KaAudio_GetConverterVariant(KASAMPLE_FLOAT32, KASAMPLE_PCM16), "avx2");
+  }
 }
 
 // One converter against the plain one over whole data sets, at every gain.
