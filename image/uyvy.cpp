@@ -51,6 +51,8 @@ UyvyTable uyvyTableFor(DWORD cpu) noexcept {
     t.toBgra = uyvyToBgra_avx2;
     t.toBgr = uyvyToBgr_avx2;
   }
+  if ((cpu & KACPU_AVX512F) && (cpu & KACPU_AVX2) && __builtin_cpu_supports("avx512bw"))
+    t.toBgra = uyvyToBgra_avx512;
 #else
   (void)cpu;
 #endif

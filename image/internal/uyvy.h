@@ -21,13 +21,16 @@ void uyvyToBgr_plain(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeffs& k
 void uyvyToBgra_sse2(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeffs& k);
 void uyvyToBgra_avx2(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeffs& k);
 void uyvyToBgr_avx2(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeffs& k);
+void uyvyToBgra_avx512(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeffs& k);
 #endif
 
 struct UyvyTable {
   UyvyRowFn toBgra;
   UyvyRowFn toBgr;
 };
-// The table for a feature mask (tests pass masks to reach each variant).
+// The table for a feature mask (tests pass masks to reach each variant). The AVX-512
+// kernel also needs the byte and word instructions, which the feature mask does not
+// name, so it is taken only where the processor reports them.
 UyvyTable uyvyTableFor(DWORD cpuFeatures) noexcept;
 // The table for KaGetCPUSupport(0), rebuilt when the allowed or forced masks change.
 const UyvyTable& uyvyTable() noexcept;

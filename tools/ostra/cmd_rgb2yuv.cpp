@@ -1,0 +1,96 @@
+// ostra rgb2yuv: a BMP file to a raw YUV frame.
+#include <map>
+#include <string>
+#include <vector>
+
+#include "command.h"
+#include "ostra/kadib.h"
+#include "ostra/kaplatform.h"
+#include "ostra/kayuv.h"
+
+namespace {
+
+std::u16string wide(const std::string& s) {
+  std::u16string w(s.size() + 1, u'\0');
+  const int n = KaText_MultiByteToWide(KA_CP_UTF8, 0, s.c_str(), -1, w.data(), int(w.size()));
+  w.resize(n > 0 ? size_t(n - 1) : 0);
+  return w;
+}
+
+struct Options {
+  std::string layout, matrix = "auto", in, out;
+};
+
+// A 32-bit copy of any bitmap the whole-image routines take; null on failure.
+BITMAPINFOHEADER* to32(BITMAPINFOHEADER* bmp, HRESULT* hr) {
+  BITMAPINFOHEADER* out = nullptr;
+  *hr = KaDibAlloc(&out, KAPT_BGRX32, bmp->biWidth, bmp->biHeight, nullptr, 0, 0, 0);
+  if (FAILED(*hr)) return nullptr;
+  *hr = KaDibCopy(out, nullptr, 0, 0, 0, bmp, nullptr, 0, nullptr);
+  if (FAILED(*hr)) {
+    KaDibFree(out, 0);
+    return nullptr;
+  }
+  return out;
+}
+
+void setup(CLI::App& cmd) {
+  static Options o;
+  static const std::vector<std::string> layouts = {"UYVY", "YUYV", "I420", "YV12", "YV16",
+                                                   "NV12", "P010", "P210", "v210"};
+  cmd.add_option("--layout", o.layout, "Layout of the raw frame to write")
+      ->required()
+      ->check(CLI::IsMember(layouts));
+  cmd.add_option("--matrix", o.matrix,
+                 "Colour matrix; auto chooses BT.601 for standard definition, else BT.709")
+      ->check(CLI::IsMember({"auto", "601", "709", "2020"}));
+  cmd.add_option("in", o.in, "BMP file")->required();
+  cmd.add_option("out", o.out, "Raw frame to write")->required();
+  cmd.callback([] {
+    using namespace ostra::cli;
+    const std::map<std::string, int> matrices = {{"auto", 0}, {"601", 1}, {"709", 2}, {"2020", 3}};
+    BITMAPINFOHEADER* bmp = nullptr;
+    HRESULT hr = KaDib_ReadBmpFile(wide(o.in).c_str(), &bmp);
+    if (FAILED(hr)) {
+      reportFailure(hr, o.in);
+      return;
+    }
+    BITMAPINFOHEADER* rgb = bmp;
+    const int type = KaGetPixelType(bmp);
+    if (type != KAPT_BGRX32 && type != KAPT_BGRA32) rgb = to32(bmp, &hr);
+    const DWORD code = KaFourCC(o.layout[0], o.layout[1], o.layout[2], o.layout[3]);
+    BITMAPINFOHEADER bih{};
+    bih.biWidth = bmp->biWidth;
+    bih.biHeight = bmp->biHeight;
+    bih.biCompression = code;
+    const DWORD need = KaYUVImageBytesAndOffsets(&bih, nullptr);
+    std::vector<BYTE> frame;
+    if (rgb) {
+      frame.resize(need);
+      const LONG stride = KaDibStride(rgb);
+      const BYTE* top =
+          static_cast<const BYTE*>(KaDibPixels(rgb)) + size_t(rgb->biHeight - 1) * stride;
+      hr = KaYUV_RGBToYUV(frame.data(), frame.size(), code, top, -stride, rgb->biWidth,
+                          rgb->biHeight, matrices.at(o.matrix));
+    }
+    if (rgb && rgb != bmp) KaDibFree(rgb, 0);
+    KaDibFree(bmp, 0);
+    if (FAILED(hr)) {
+      reportFailure(hr, o.in);
+      return;
+    }
+    KAHFILE f = KA_INVALID_HFILE;
+    hr = KaFile_OpenUtf8(o.out.c_str(), GENERIC_WRITE, 0, CREATE_ALWAYS, 0, &f);
+    if (SUCCEEDED(hr)) {
+      DWORD written = 0;
+      hr = KaFile_Write(f, frame.data(), DWORD(frame.size()), &written);
+      KaFile_Close(f);
+      if (FAILED(hr)) KaFile_DeleteUtf8(o.out.c_str());
+    }
+    if (FAILED(hr)) reportFailure(hr, o.out);
+  });
+}
+
+OSTRA_COMMAND("rgb2yuv", "Convert a BMP file into a raw YUV frame", setup);
+
+}  // namespace
