@@ -129,9 +129,6 @@ TEST(Riff64, ReadersClampSizesAndAlign) {
   EXPECT_EQ(f.pos(), 64 + 4 + 14 + 4);
   EXPECT_EQ(riff64_SkipChunk(f, 9), 16u);
   ASSERT_EQ(riff64_SeekDataStart(f), S_OK);
-  UINT64 where = 0;
-  ASSERT_EQ(riff64_SaveLocation(f, &where), S_OK);
-  EXPECT_EQ(where, 40u);
   EXPECT_EQ(riff64_ReadListHeader(f, &g, &size), KAERR_NO_LIST);
 
   // The form check comes after the size is reported.
