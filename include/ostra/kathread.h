@@ -20,6 +20,8 @@ typedef struct KACRITICAL_SECTION {
 } KACRITICAL_SECTION;
 
 OSTRA_API void KaInitializeCriticalSection(KACRITICAL_SECTION* cs) noexcept;
+// Releases nothing (the section owns no resource); a thread still on its way in finds a
+// working lock, which queue deletion relies on.
 OSTRA_API void KaDeleteCriticalSection(KACRITICAL_SECTION* cs) noexcept;
 OSTRA_API void KaEnterCriticalSection(KACRITICAL_SECTION* cs) noexcept;
 OSTRA_API BOOL KaTryEnterCriticalSection(KACRITICAL_SECTION* cs) noexcept;
