@@ -8,3 +8,4 @@ cmake --build --preset release --target ostra
 tool=build/release/bin/ostra
 "$tool" version
 "$tool" cpu
+"$tool" demo --dir build/ostra-demo

@@ -1,0 +1,51 @@
+// Arbitrary bytes through the code behind `ostra info`: once as a file (the wave-file
+// helpers, the chunk families, the summary and display loaders) and once as a memory
+// image (mriff_*), each rendered as text and JSON as the command prints them. The tool's
+// sources are compiled in here because the fuzz targets link the static kernel, not the
+// tool.
+#include <filesystem>
+#include <random>
+#include <string>
+
+#include "../tools/ostra/inspect.cpp"
+#include "../tools/ostra/inspect_render.cpp"
+#include "../tools/ostra/text.cpp"
+#include "ostra/kaplatform.h"
+
+namespace {
+
+struct Scratch {
+  std::string path;
+  Scratch() {
+    path = (std::filesystem::temp_directory_path() /
+            ("ostra-info-fuzz-" + std::to_string(std::random_device{}()) + ".bin"))
+               .string();
+  }
+  ~Scratch() { KaFile_DeleteUtf8(path.c_str()); }
+};
+
+void render(const ostra::cli::FileFacts& facts) {
+  const std::string json =
+      ostra::cli::factsJson(facts).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  const std::string text = ostra::cli::factsText(facts);
+  if (json.empty() || text.empty()) __builtin_trap();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static Scratch scratch;
+  KAHFILE file = KA_INVALID_HFILE;
+  if (SUCCEEDED(KaFile_OpenUtf8(scratch.path.c_str(), GENERIC_READ | GENERIC_WRITE, 0,
+                                CREATE_ALWAYS, 0, &file))) {
+    DWORD written = 0;
+    if (size == 0 || SUCCEEDED(KaFile_Write(file, data, DWORD(size), &written))) {
+      ostra::cli::FileFacts facts;
+      if (SUCCEEDED(ostra::cli::inspectFile(file, facts))) render(facts);
+    }
+    KaFile_Close(file);
+  }
+  ostra::cli::FileFacts image;
+  if (SUCCEEDED(ostra::cli::inspectImage(data, size, image))) render(image);
+  return 0;
+}

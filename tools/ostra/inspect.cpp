@@ -1,0 +1,413 @@
+#include "inspect.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "ostra/aiff.h"
+#include "ostra/kaaudio.h"
+#include "ostra/kaerror.h"
+#include "ostra/kaplatform.h"
+#include "ostra/kawave.h"
+#include "ostra/mriff.h"
+#include "ostra/riff.h"
+#include "ostra/riff64.h"
+#include "text.h"
+
+namespace ostra::cli {
+namespace {
+
+// A damaged or hostile file may claim any number of tiny chunks; the listing stops here.
+constexpr DWORD kMaxChunks = 4096;
+constexpr size_t kMaxText = 4096;
+
+uint64_t even(uint64_t n) { return n + (n & 1); }
+
+std::string hexCode(HRESULT hr) {
+  char s[16];
+  std::snprintf(s, sizeof s, "0x%08X", unsigned(hr));
+  return s;
+}
+
+void formatFromBytes(const uint8_t* bytes, size_t n, FormatFacts& f) {
+  // Room for the extensible description; a shorter chunk reads as zeros past its end.
+  alignas(8) uint8_t buf[sizeof(WAVEFORMATEXTENSIBLE)] = {};
+  std::memcpy(buf, bytes, std::min(n, sizeof buf));
+  auto* wfx = reinterpret_cast<WAVEFORMATEX*>(buf);
+  if (n < sizeof(WAVEFORMATEX)) wfx->cbSize = 0;
+  f.tag = wfx->wFormatTag;
+  f.channels = wfx->nChannels;
+  f.rate = wfx->nSamplesPerSec;
+  f.avgBytesPerSec = wfx->nAvgBytesPerSec;
+  f.blockAlign = wfx->nBlockAlign;
+  f.bits = wfx->wBitsPerSample;
+  if (f.tag == WAVE_FORMAT_EXTENSIBLE) {
+    if (n < sizeof(WAVEFORMATEXTENSIBLE) || wfx->cbSize < 22) {
+      wfx->cbSize = 0;  // not a complete extensible description: no sample type
+    } else {
+      auto* ext = reinterpret_cast<WAVEFORMATEXTENSIBLE*>(buf);
+      f.validBits = ext->Samples.wValidBitsPerSample;
+      f.channelMask = ext->dwChannelMask;
+      f.subformat = guidText(ext->SubFormat);
+    }
+  } else if (wfx->cbSize > n - std::min(n, sizeof(WAVEFORMATEX))) {
+    wfx->cbSize = WORD(n - std::min(n, sizeof(WAVEFORMATEX)));  // never past what was read
+  }
+  f.sampleType = KaAudio_GetSampleType(wfx);
+  KAWCHAR text[64] = {};
+  if (KaAudio_GetSampleTypeText(KASAMPLETYPE(f.sampleType), text, 64) > 0)
+    f.sampleTypeText = toUtf8(text);
+}
+
+void finishFrames(FileFacts& facts) {
+  if (facts.hasData && facts.hasFormat && facts.format.blockAlign)
+    facts.frames = facts.dataSize / facts.format.blockAlign;
+}
+
+// ---------------------------------------------------------------- files
+
+size_t readAt(KAHFILE file, uint64_t pos, void* buf, size_t n) {
+  DWORD got = 0;
+  if (FAILED(KaFile_Seek(file, INT64(pos), FILE_BEGIN, nullptr))) return 0;
+  KaFile_Read(file, buf, DWORD(n), &got);
+  return got;
+}
+
+// Wave64 chunks are named by GUIDs; the wave family's GUIDs carry the RIFF id in their
+// first field, which is what the chunk list shows. Other GUIDs show in full.
+std::string w64Name(const tKACHUNKINFO& c) {
+  if (c.guid == KAGUID_W64_DISP) return "DISP";
+  static constexpr GUID kWave = KaGuid("00000000-ACF3-11D3-8CD1-00C04F8EDB8A");
+  static constexpr GUID kRiff = KaGuid("00000000-912F-11CF-A5D6-28DB04C10000");
+  static constexpr GUID kRiff2 = KaGuid("00000000-912E-11CF-A5D6-28DB04C10000");
+  GUID t = c.guid;
+  t.Data1 = 0;
+  if (t == kWave || t == kRiff || t == kRiff2 || c.guid == RIFF64_GUID_JUNK)
+    return fourCCText(c.guid.Data1);
+  return guidText(c.guid);
+}
+
+void loadInfo(KAHFILE file, const tKACHUNKINFO& c, FileFacts& facts) {
+  if (c.size < 4 || c.offset + 8 + c.size > facts.fileSize) return;
+  if (FAILED(KaFile_Seek(file, INT64(c.offset + 12), FILE_BEGIN, nullptr))) return;
+  _summarylisttag list{};
+  const DWORD remaining = DWORD(c.size - 4);
+  const bool info = c.listType == RIFF_ID_INFO;
+  const HRESULT hr =
+      info ? KaSummary_Load(file, &list, &remaining) : KaSummary_LoadUNFO(file, &list, &remaining);
+  if (FAILED(hr)) {
+    facts.notes.push_back(std::string(info ? "INFO" : "UNFO") + " list unreadable (" + hexCode(hr) +
+                          ")");
+    return;
+  }
+  auto& out = info ? facts.info : facts.unfo;
+  for (DWORD i = 0; i < list.count; ++i)
+    out.push_back({fourCCText(list.items[i].id), toUtf8(list.items[i].text), list.items[i].id});
+  KaSummary_Free(&list);
+}
+
+void loadDisplay(KAHFILE file, const tKACHUNKINFO& c, bool w64, FileFacts& facts) {
+  _displisttag* list = displist_Create();
+  if (!list) return;
+  HRESULT hr = KaFile_Seek(file, INT64(c.offset), FILE_BEGIN, nullptr);
+  if (SUCCEEDED(hr)) {
+    if (w64) {
+      INT64 remaining = INT64(24 + ((c.size + 7) & ~uint64_t(7)));
+      hr = displist64_Load(file, list, &remaining);
+    } else {
+      DWORD remaining = DWORD(std::min<uint64_t>(8 + even(c.size), 0xFFFFFFFFu));
+      hr = displist_Load(file, list, &remaining);
+    }
+  }
+  if (SUCCEEDED(hr)) {
+    for (DWORD i = 0; i < list->count; ++i) {
+      const _displistitemtag& item = list->items[i];
+      if (!item.data || !item.size) continue;
+      DisplayFacts d{item.format, item.size, {}};
+      if (item.format == KA_CF_TEXT) {
+        const char* p = static_cast<const char*>(item.data);
+        d.text.assign(p, strnlen(p, std::min<size_t>(item.size, kMaxText)));
+      }
+      facts.display.push_back(std::move(d));
+    }
+  } else {
+    facts.notes.push_back("DISP chunk unreadable (" + hexCode(hr) + ")");
+  }
+  displist_Destroy(list);
+}
+
+void aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFacts& facts) {
+  WAVEFORMATEX wfx{};
+  INT64 dataOffset = 0;
+  DWORD dataSize = 0, frames = 0;
+  KaFile_Seek(file, 0, FILE_BEGIN, nullptr);
+  const HRESULT hr = iff_GetAIFFWfx(file, &wfx, &dataOffset, &dataSize, &frames);
+  if (FAILED(hr)) {
+    facts.notes.push_back("no readable COMM/SSND (" + hexCode(hr) + ")");
+    return;
+  }
+  formatFromBytes(reinterpret_cast<const uint8_t*>(&wfx), sizeof wfx, facts.format);
+  facts.hasFormat = true;
+  for (const tKACHUNKINFO& c : chunks) {
+    if (c.depth) continue;
+    const std::string id(c.name, 4);
+    if (id == "COMM" && c.size >= 18) {
+      uint8_t comm[22] = {};
+      const size_t got = readAt(file, c.offset + 8, comm, std::min<uint64_t>(c.size, sizeof comm));
+      if (got >= 18) {
+        char hex[21];
+        for (int i = 0; i < 10; ++i) std::snprintf(hex + 2 * i, 3, "%02X", comm[8 + i]);
+        facts.format.rate80 = hex;
+      }
+      facts.format.compression =
+          got >= 22
+              ? fourCCText(KaFourCC(char(comm[18]), char(comm[19]), char(comm[20]), char(comm[21])))
+              : "NONE";
+      if (frames != facts.frames && facts.hasData)
+        facts.notes.push_back("COMM states " + std::to_string(frames) + " frames");
+    } else if (id == "NAME" || id == "AUTH" || id == "(c) " || id == "ANNO") {
+      std::string text(size_t(std::min<uint64_t>(c.size, kMaxText)), '\0');
+      text.resize(readAt(file, c.offset + 8, text.data(), text.size()));
+      facts.info.push_back({id, std::string(text.c_str(), strnlen(text.c_str(), text.size())), 0});
+    }
+  }
+}
+
+HRESULT headerFacts(KAHFILE file, DWORD container, FileFacts& facts) {
+  KaFile_Seek(file, 0, FILE_BEGIN, nullptr);
+  switch (container) {
+    case KACONTAINER_WAVE: {
+      DWORD size = 0, form = 0;
+      const HRESULT hr = riff_ReadFileID(file, &size, &form);
+      if (FAILED(hr)) return hr;
+      facts.kind = Container::Riff;
+      facts.container = "RIFF";
+      facts.form = fourCCText(form);
+      facts.headerSize = uint64_t(size) + 4;
+      if (facts.headerSize + 8 > facts.fileSize + 1)
+        facts.notes.push_back("RIFF size " + std::to_string(facts.headerSize) +
+                              " runs past the end of the file");
+      return S_OK;
+    }
+    case KACONTAINER_WAVE64: {
+      INT64 size = 0;
+      GUID form{};
+      const HRESULT hr = riff64_ReadFileID(file, &size, &form);
+      if (FAILED(hr)) return hr;
+      facts.kind = Container::Wave64;
+      facts.container = "W64";
+      facts.form = form == RIFF64_GUID_WAVE ? "wave" : guidText(form);
+      facts.headerSize = uint64_t(size) + 40;
+      if (facts.headerSize > facts.fileSize)
+        facts.notes.push_back("riff size " + std::to_string(facts.headerSize) +
+                              " runs past the end of the file");
+      return S_OK;
+    }
+    case KACONTAINER_AIFF:
+    case KACONTAINER_AIFC: {
+      DWORD formSize = 0, formType = 0, compression = 0;
+      if (!iff_IsAIFFFileEx(file, &formSize, &formType, &compression)) return KAERR_CORRUPT_FILE;
+      facts.kind = Container::Aiff;
+      facts.container = container == KACONTAINER_AIFC ? "AIFC" : "AIFF";
+      facts.form = facts.container;
+      facts.headerSize = formSize;
+      if (uint64_t(formSize) + 8 > facts.fileSize + 1)
+        facts.notes.push_back("FORM size " + std::to_string(formSize) +
+                              " runs past the end of the file");
+      return S_OK;
+    }
+    default:
+      return KAERR_UNSUPPORTED_FILE;
+  }
+}
+
+// ---------------------------------------------------------------- memory images
+
+// The memory family has no chunk lister or summary loader of its own, so the image is
+// walked here with its header and read calls.
+struct ImageWalker {
+  _tMRIFF rec{};
+  FileFacts& facts;
+
+  bool seek(uint64_t pos) {
+    return pos <= 0x7FFFFFFF &&
+           mriff_SetFilePointer(&rec, LONG(pos), nullptr, FILE_BEGIN) == DWORD(pos);
+  }
+  size_t read(void* buf, size_t n) {
+    DWORD got = 0;
+    mriff_ReadFile(&rec, buf, DWORD(n), &got);
+    return got;
+  }
+  void listItems(uint64_t body, DWORD size, DWORD type) {
+    uint64_t pos = body + 4;
+    const uint64_t end = body + size;
+    auto& out = type == RIFF_ID_INFO ? facts.info : facts.unfo;
+    while (pos + 8 <= end && seek(pos) && out.size() < kMaxChunks) {
+      DWORD id = 0, n = 0;
+      if (FAILED(mriff_ReadChunkHeader(&rec, &id, &n))) break;
+      std::string bytes(size_t(std::min<uint64_t>({n, end - pos - 8, kMaxText})), '\0');
+      bytes.resize(read(bytes.data(), bytes.size()));
+      std::u16string wide;
+      if (type == RIFF_ID_INFO) {
+        wide.assign(bytes.size() + 1, u'\0');
+        const int w = KaText_MultiByteToWide(KA_CP_ACP, 0, bytes.data(), int(bytes.size()),
+                                             wide.data(), int(wide.size()));
+        wide.resize(w > 0 ? size_t(w) : 0);
+      } else {
+        wide.assign(bytes.size() / 2, u'\0');
+        std::memcpy(wide.data(), bytes.data(), wide.size() * 2);
+      }
+      out.push_back({fourCCText(id), toUtf8(wide.c_str()), id});
+      pos += 8 + even(n);
+    }
+  }
+  void walk(uint64_t limit) {
+    for (uint64_t pos = 12; pos + 8 <= limit;) {
+      if (facts.chunks.size() >= kMaxChunks) {
+        facts.notes.push_back("chunk list cut at " + std::to_string(kMaxChunks) + " chunks");
+        break;
+      }
+      DWORD id = 0, size = 0;
+      if (!seek(pos) || FAILED(mriff_ReadChunkHeader(&rec, &id, &size))) break;
+      facts.chunks.push_back({fourCCText(id), pos, size});
+      const uint64_t body = pos + 8;
+      if (id == RIFF_ID_FMT && !facts.hasFormat) {
+        uint8_t buf[sizeof(WAVEFORMATEXTENSIBLE)] = {};
+        const size_t n = read(buf, std::min<size_t>(size, sizeof buf));
+        if (n >= 16) {
+          formatFromBytes(buf, n, facts.format);
+          facts.hasFormat = true;
+        }
+      } else if (id == RIFF_ID_DATA && !facts.hasData) {
+        facts.hasData = true;
+        facts.dataOffset = body;
+        facts.dataSize = std::min<uint64_t>(size, facts.fileSize - std::min(body, facts.fileSize));
+        if (facts.dataSize != size)
+          facts.notes.push_back("data chunk runs past the end of the image");
+      } else if (id == RIFF_ID_LIST && size >= 4 && body + size <= limit) {
+        DWORD type = 0;
+        if (read(&type, 4) == 4 && (type == RIFF_ID_INFO || type == RIFF_ID_UNFO))
+          listItems(body, size, type);
+      } else if (id == RIFF_ID_DISP && size >= 4 && body + size <= limit) {
+        int32_t format = 0;
+        if (read(&format, 4) == 4) {
+          DisplayFacts d{format, size - 4, {}};
+          if (format == KA_CF_TEXT) {
+            std::string text(size_t(std::min<uint64_t>(size - 4, kMaxText)), '\0');
+            text.resize(read(text.data(), text.size()));
+            d.text.assign(text.c_str(), strnlen(text.c_str(), text.size()));
+          }
+          facts.display.push_back(std::move(d));
+        }
+      }
+      pos = body + even(size);
+    }
+  }
+};
+
+}  // namespace
+
+HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
+  facts = FileFacts{};
+  UINT64 size = 0;
+  HRESULT hr = KaFile_GetSize(file, &size);
+  if (FAILED(hr)) return hr;
+  facts.fileSize = size;
+
+  std::vector<tKACHUNKINFO> chunks(kMaxChunks);
+  DWORD count = 0, container = KACONTAINER_UNKNOWN;
+  hr = KaGetFileChunks(file, chunks.data(), kMaxChunks, &count, &container);
+  if (FAILED(hr)) return hr;
+  if (hr == S_FALSE)
+    facts.notes.push_back("chunk list cut at " + std::to_string(kMaxChunks) + " entries");
+  chunks.resize(std::min(count, kMaxChunks));
+  if (FAILED(hr = headerFacts(file, container, facts))) return hr;
+  const bool w64 = facts.kind == Container::Wave64;
+  const uint64_t headerBytes = w64 ? 24 : 8;
+  // Bytes past a believable container size (a partial frame a repair left out, a
+  // writer's leftovers) are not chunks of the file.
+  const uint64_t containerEnd = w64 ? facts.headerSize : facts.headerSize + 8;
+  const bool sizeBelievable = containerEnd <= facts.fileSize && containerEnd > (w64 ? 40u : 12u);
+  if (sizeBelievable && containerEnd + (w64 ? 7 : 1) < facts.fileSize)
+    facts.notes.push_back(std::to_string(facts.fileSize - containerEnd) +
+                          " bytes after the end of the " + facts.container + " ignored");
+
+  for (const tKACHUNKINFO& c : chunks) {
+    if (c.depth || (sizeBelievable && c.offset >= containerEnd)) continue;
+    const std::string id =
+        w64 ? w64Name(c) : fourCCText(KaFourCC(c.name[0], c.name[1], c.name[2], c.name[3]));
+    facts.chunks.push_back({id, c.offset, c.size});
+    if (c.offset + headerBytes + c.size > facts.fileSize && id != "data" && id != "SSND")
+      facts.notes.push_back("chunk '" + id + "' at " + std::to_string(c.offset) +
+                            " runs past the end");
+    if (facts.kind == Container::Aiff) continue;
+    if (id == "fmt " && !facts.hasFormat) {
+      uint8_t buf[sizeof(WAVEFORMATEXTENSIBLE)] = {};
+      const size_t n =
+          readAt(file, c.offset + headerBytes, buf, size_t(std::min<uint64_t>(c.size, sizeof buf)));
+      if (n >= 16) {
+        formatFromBytes(buf, n, facts.format);
+        facts.hasFormat = true;
+      } else {
+        facts.notes.push_back("fmt chunk too short");
+      }
+    } else if (!w64 && id == "LIST" && (c.listType == RIFF_ID_INFO || c.listType == RIFF_ID_UNFO)) {
+      loadInfo(file, c, facts);
+    } else if (id == "DISP") {
+      loadDisplay(file, c, w64, facts);
+    }
+  }
+  if (facts.kind == Container::Aiff) aiffDetails(file, chunks, facts);
+
+  tKAAUDIODATA data{};
+  hr = KaGetFileAudioData(file, &data);
+  if (SUCCEEDED(hr)) {
+    facts.hasData = true;
+    facts.dataOffset = data.offset;
+    facts.dataSize = data.size;
+    if (data.statedSize != data.size)
+      facts.notes.push_back("data stated as " + std::to_string(data.statedSize) +
+                            " bytes, the file holds " + std::to_string(data.size));
+  } else {
+    facts.notes.push_back("no audio data found (" + hexCode(hr) + ")");
+  }
+  finishFrames(facts);
+  return S_OK;
+}
+
+HRESULT inspectPath(const std::string& path, FileFacts& facts) {
+  KAHFILE file = KA_INVALID_HFILE;
+  HRESULT hr = KaFile_OpenUtf8(path.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING,
+                               FILE_ATTRIBUTE_NORMAL, &file);
+  if (FAILED(hr)) return hr;
+  hr = inspectFile(file, facts);
+  KaFile_Close(file);
+  return hr;
+}
+
+HRESULT inspectImage(const uint8_t* data, size_t size, FileFacts& facts) {
+  facts = FileFacts{};
+  facts.fileSize = size;
+  if (size > 0x7FFFFFFF) return KAERR_RIFF_TOO_LARGE;  // mriff positions are signed 32-bit
+  ImageWalker w{{}, facts};
+  HRESULT hr = mriff_Init(&w.rec, const_cast<uint8_t*>(data), DWORD(size), DWORD(size));
+  if (FAILED(hr)) return hr;
+  DWORD riffSize = 0, form = 0;
+  if (FAILED(hr = mriff_ReadFileID(&w.rec, &riffSize, &form))) return hr;
+  facts.kind = Container::Riff;
+  facts.container = "RIFF";
+  facts.form = fourCCText(form);
+  facts.headerSize = uint64_t(riffSize) + 4;
+  // Writers that could not seek back leave 0 or 0xFFFFFFFF: then the image's end counts.
+  uint64_t limit = facts.headerSize + 8;
+  if (facts.headerSize < 4 || limit > size) {
+    facts.notes.push_back("RIFF size " + std::to_string(facts.headerSize) +
+                          " does not match the image");
+    limit = size;
+  }
+  w.walk(limit);
+  finishFrames(facts);
+  return S_OK;
+}
+
+}  // namespace ostra::cli
