@@ -44,9 +44,10 @@ void checkWithPeers(const std::string& path, const TypeCase& t, int channels, in
   ASSERT_EQ(ours.size(), frames * channels);
   for (Peer p : kPeers) {
     SCOPED_TRACE(peerName(p));
-    // sox 14.4 refuses every extensible file whose valid bits are fewer than its
-    // container bits ("fmt with padded samples is not supported"), whoever wrote it.
-    if (p == Peer::Sox && t.type == KASAMPLE_PCM24IN32) continue;
+    // 24 valid bits in 32-bit containers: sox 14.4 refuses every such file ("fmt with
+    // padded samples is not supported") and ffmpeg 5.1 takes it for packed 24-bit
+    // samples, whoever wrote it; libsndfile reads it (see docs/tool.md).
+    if (p != Peer::Sndfile && t.type == KASAMPLE_PCM24IN32) continue;
     const PeerFacts f = peerFacts(p, path);
     ASSERT_TRUE(f.ok) << f.detail;
     EXPECT_EQ(f.channels, channels);
@@ -61,6 +62,8 @@ void checkWithPeers(const std::string& path, const TypeCase& t, int channels, in
     }
     const std::vector<double> theirs = peerSamples(p, path, t.isFloat, scratch);
     ASSERT_EQ(theirs.size(), ours.size());
+    // sox reads Wave64 through libsndfile, which scales floating point to its peak.
+    if (p == Peer::Sox && t.isFloat && path.ends_with(".w64")) continue;
     // sox carries floating point through 32-bit integers: equal within its step.
     const double tolerance = (p == Peer::Sox && t.isFloat) ? 1e-9 : 0.0;
     EXPECT_EQ(firstDifference(theirs, ours, tolerance), -1);

@@ -13,18 +13,26 @@
 namespace ostra::cli {
 namespace {
 
-// Header lengths that leave exactly room for a 40-byte extensible `fmt ` chunk: RIFF
-// 12 + fmt 48 + data 8; Wave64 40 + fmt 64 + an empty junk chunk 24 + data 24.
+// Header lengths that leave room for a 40-byte extensible `fmt ` chunk: RIFF 12 + fmt 48
+// + data 8; Wave64 40 + fmt 64 + junk 32 + data 24. The Wave64 junk chunk keeps 8 data
+// bytes because ffmpeg refuses a chunk whose size word is 24 (an empty chunk).
 constexpr DWORD kRiffExtensibleHeader = 68;
-constexpr UINT64 kW64ExtensibleHeader = 152;
+constexpr UINT64 kW64ExtensibleHeader = 160;
+constexpr UINT64 kW64JunkBytes = 8;
 
 const _kawaveformat& kwf(const unsigned char* buf) {
   return *reinterpret_cast<const _kawaveformat*>(buf);
 }
 
-bool needsExtensible(const _kawaveformat& f) {
-  return f.SampleType == KASAMPLE_PCM24IN32 || f.nChannels > 2 ||
-         (f.dwChannelMask != 0 && f.dwChannelMask != KaAudio_DefaultChannelMask(f.nChannels));
+// Wave files with more than two channels get the extensible description other writers
+// give them. Wave64 readers know it less well (libsndfile, and sox through it, take
+// extensible float for integers), so there it is kept for what only it can say.
+bool needsExtensible(Container c, const _kawaveformat& f) {
+  const bool maskSays =
+      f.dwChannelMask != 0 && f.dwChannelMask != KaAudio_DefaultChannelMask(f.nChannels);
+  if (c == Container::Aiff) return false;
+  if (f.SampleType == KASAMPLE_PCM24IN32 || maskSays) return true;
+  return c == Container::Riff && f.nChannels > 2;
 }
 
 }  // namespace
@@ -78,7 +86,7 @@ HRESULT AudioWriter::create(const std::string& path, Container container,
   container_ = container;
   KaAudio_GeneralCopyKaWaveFormat(reinterpret_cast<_kawaveformat*>(format_), sizeof format_,
                                   &format);
-  extensible_ = container != Container::Aiff && needsExtensible(format);
+  extensible_ = needsExtensible(container, format);
   const std::u16string wpath = toUtf16(path);
   const _kawaveformat& f = kwf(format_);
   HRESULT hr;
@@ -126,7 +134,8 @@ HRESULT AudioWriter::rewriteExtensible() {
   } else {
     hr = KaFile_Seek(file_, 40, FILE_BEGIN, nullptr);
     if (SUCCEEDED(hr)) hr = riff64_WriteChunk(file_, RIFF64_GUID_FMT, &ext, sizeof ext);
-    if (SUCCEEDED(hr)) hr = riff64_WriteChunkHeader(file_, RIFF64_GUID_JUNK, 0);
+    // The junk chunk's data bytes are the zeros the set-up function wrote there.
+    if (SUCCEEDED(hr)) hr = riff64_WriteChunkHeader(file_, RIFF64_GUID_JUNK, kW64JunkBytes);
   }
   return hr;
 }
