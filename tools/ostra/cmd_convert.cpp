@@ -95,6 +95,11 @@ HRESULT convertFile(const ConvertRequest& r) {
     return E_OUTOFMEMORY;
   }
 
+  // A wave or AIFF file that its 32-bit sizes cannot describe is refused before anything
+  // is written (Wave64 has no such limit).
+  const uint64_t outBytes = src.frames * dstBlock;
+  if (container != Container::Wave64 && outBytes > 0xFFFFFFFFull - 256) return KAERR_RIFF_TOO_LARGE;
+
   AudioWriter out;
   if (FAILED(hr = out.create(r.output, container, *dstFormat))) return hr;
   if (FAILED(hr = KaFile_Seek(in, INT64(src.dataOffset), FILE_BEGIN, nullptr))) return hr;
