@@ -69,11 +69,10 @@ struct F32F32 {
   static void unity(uint8_t* d, const uint8_t* s) {
     _mm256_storeu_ps(reinterpret_cast<float*>(d), _mm256_add_ps(loadF(d), loadF(s)));
   }
-  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
     const __m256 f = loadF(s);
-    const __m256d a = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(f)), _mm256_loadu_pd(g));
-    const __m256d b =
-        _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(f, 1)), _mm256_loadu_pd(g + 4));
+    const __m256d a = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(f)), ga);
+    const __m256d b = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(f, 1)), gb);
     const __m256 v = _mm256_set_m128(_mm256_cvtpd_ps(b), _mm256_cvtpd_ps(a));
     _mm256_storeu_ps(reinterpret_cast<float*>(d), _mm256_add_ps(loadF(d), v));
   }
@@ -87,11 +86,10 @@ struct F64F64 {
     _mm256_storeu_pd(o, _mm256_add_pd(loadD(d), loadD(s)));
     _mm256_storeu_pd(o + 4, _mm256_add_pd(loadD(d + 32), loadD(s + 32)));
   }
-  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
     auto* o = reinterpret_cast<double*>(d);
-    _mm256_storeu_pd(o, _mm256_add_pd(loadD(d), _mm256_mul_pd(loadD(s), _mm256_loadu_pd(g))));
-    _mm256_storeu_pd(
-        o + 4, _mm256_add_pd(loadD(d + 32), _mm256_mul_pd(loadD(s + 32), _mm256_loadu_pd(g + 4))));
+    _mm256_storeu_pd(o, _mm256_add_pd(loadD(d), _mm256_mul_pd(loadD(s), ga)));
+    _mm256_storeu_pd(o + 4, _mm256_add_pd(loadD(d + 32), _mm256_mul_pd(loadD(s + 32), gb)));
   }
 };
 
@@ -105,11 +103,10 @@ struct F64F32 {
     _mm256_storeu_pd(o + 4,
                      _mm256_add_pd(loadD(d + 32), _mm256_cvtps_pd(_mm256_extractf128_ps(f, 1))));
   }
-  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
     const __m256 f = loadF(s);
-    const __m256d a = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(f)), _mm256_loadu_pd(g));
-    const __m256d b =
-        _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(f, 1)), _mm256_loadu_pd(g + 4));
+    const __m256d a = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(f)), ga);
+    const __m256d b = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(f, 1)), gb);
     auto* o = reinterpret_cast<double*>(d);
     _mm256_storeu_pd(o, _mm256_add_pd(loadD(d), a));
     _mm256_storeu_pd(o + 4, _mm256_add_pd(loadD(d + 32), b));
@@ -124,9 +121,8 @@ struct F32F64 {
     _mm256_storeu_ps(reinterpret_cast<float*>(d), _mm256_add_ps(loadF(d), v));
   }
   static void unity(uint8_t* d, const uint8_t* s) { add(d, loadD(s), loadD(s + 32)); }
-  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
-    add(d, _mm256_mul_pd(loadD(s), _mm256_loadu_pd(g)),
-        _mm256_mul_pd(loadD(s + 32), _mm256_loadu_pd(g + 4)));
+  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
+    add(d, _mm256_mul_pd(loadD(s), ga), _mm256_mul_pd(loadD(s + 32), gb));
   }
 };
 
@@ -141,14 +137,13 @@ struct F32S16 {
     const __m256 v = _mm256_mul_ps(_mm256_cvtepi32_ps(load(s)), _mm256_set1_ps(1.0f / 32768.0f));
     _mm256_storeu_ps(reinterpret_cast<float*>(d), _mm256_add_ps(loadF(d), v));
   }
-  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
     const __m256i i = load(s);
     const __m256d n = _mm256_set1_pd(1.0 / 32768.0);
-    const __m256d a = _mm256_mul_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_castsi256_si128(i)), n),
-                                    _mm256_loadu_pd(g));
+    const __m256d a =
+        _mm256_mul_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_castsi256_si128(i)), n), ga);
     const __m256d b =
-        _mm256_mul_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(i, 1)), n),
-                      _mm256_loadu_pd(g + 4));
+        _mm256_mul_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(i, 1)), n), gb);
     const __m256 v = _mm256_set_m128(_mm256_cvtpd_ps(b), _mm256_cvtpd_ps(a));
     _mm256_storeu_ps(reinterpret_cast<float*>(d), _mm256_add_ps(loadF(d), v));
   }
@@ -160,12 +155,12 @@ struct S16S16 {
   static void unity(uint8_t* d, const uint8_t* s) {
     storeI(d, _mm256_adds_epi16(loadI(d), loadI(s)));
   }
-  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
     const __m256i v = loadI(s);
     const __m256i lo32 = _mm256_cvtepi16_epi32(_mm256_castsi256_si128(v));
     const __m256i hi32 = _mm256_cvtepi16_epi32(_mm256_extracti128_si256(v, 1));
     const __m256d n = _mm256_set1_pd(1.0 / 32768.0);
-    const __m256d gg = _mm256_set1_pd(g[0]);  // this mixer applies the first gain only
+    const __m256d gg = ga;  // every lane holds the first gain: this mixer applies only that
     auto q = [&](__m128i x) {
       return quantize<16>(_mm256_mul_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(x), n), gg));
     };
@@ -182,14 +177,13 @@ struct S32S32 {
   static constexpr int block = 8, db = 4, sb = 4;
   static constexpr bool scaled = true;
   static void unity(uint8_t* d, const uint8_t* s) { storeI(d, satAdd32(loadI(d), loadI(s))); }
-  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
     const __m256i v = loadI(s);
     const __m256d n = _mm256_set1_pd(1.0 / 2147483648.0);
-    const __m128i a = quantize<32>(_mm256_mul_pd(
-        _mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_castsi256_si128(v)), n), _mm256_loadu_pd(g)));
+    const __m128i a = quantize<32>(
+        _mm256_mul_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_castsi256_si128(v)), n), ga));
     const __m128i b = quantize<32>(
-        _mm256_mul_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(v, 1)), n),
-                      _mm256_loadu_pd(g + 4)));
+        _mm256_mul_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(v, 1)), n), gb));
     storeI(d, satAdd32(loadI(d), _mm256_set_m128i(b, a)));
   }
 };
@@ -201,7 +195,7 @@ struct S24S24 {
   static void unity(uint8_t* d, const uint8_t* s) {
     storeS24Shifted(d, satAdd32(loadS24Shifted(d), loadS24Shifted(s)));
   }
-  static void gain(uint8_t*, const uint8_t*, const double*) {}
+  static void gain(uint8_t*, const uint8_t*, __m256d, __m256d) {}
 };
 
 struct S24in32S24in32 {
@@ -212,7 +206,7 @@ struct S24in32S24in32 {
     const __m256i sum = satAdd32(_mm256_and_si256(loadI(d), m), _mm256_and_si256(loadI(s), m));
     storeI(d, _mm256_and_si256(sum, m));
   }
-  static void gain(uint8_t*, const uint8_t*, const double*) {}
+  static void gain(uint8_t*, const uint8_t*, __m256d, __m256d) {}
 };
 
 template <class K, int DI, int SI>
@@ -241,10 +235,12 @@ void mixAvx2(void* dest, const void* src, int32_t n, int32_t channels, const dou
   int32_t phase = 0;
   const int32_t step = K::block % channels;
   if (step == 0) {  // 1, 2, 4 or 8 channels: every block starts on channel 0
-    for (; i < whole; i += K::block) K::gain(d + i * K::db, s + i * K::sb, table);
+    const __m256d ga = _mm256_loadu_pd(table), gb = _mm256_loadu_pd(table + 4);
+    for (; i < whole; i += K::block) K::gain(d + i * K::db, s + i * K::sb, ga, gb);
   } else {
     for (; i < whole; i += K::block) {
-      K::gain(d + i * K::db, s + i * K::sb, table + phase);
+      K::gain(d + i * K::db, s + i * K::sb, _mm256_loadu_pd(table + phase),
+              _mm256_loadu_pd(table + phase + 4));
       phase += step;
       if (phase >= channels) phase -= channels;
     }
