@@ -188,12 +188,20 @@ struct S32S32 {
   }
 };
 
-// Sums of 24-bit values shifted up by 8 saturate exactly at the 24-bit limits.
+// Two 24-bit values sum without overflow in 32 bits, so a min/max clamp saturates them.
+inline __m256i clampSum24(__m256i a, __m256i b) {
+  const __m256i sum = _mm256_add_epi32(a, b);
+  return _mm256_max_epi32(_mm256_min_epi32(sum, _mm256_set1_epi32(8388607)),
+                          _mm256_set1_epi32(-8388608));
+}
+
 struct S24S24 {
   static constexpr int block = 8, db = 3, sb = 3;
   static constexpr bool scaled = false;
   static void unity(uint8_t* d, const uint8_t* s) {
-    storeS24Shifted(d, satAdd32(loadS24Shifted(d), loadS24Shifted(s)));
+    const __m256i sum = clampSum24(_mm256_srai_epi32(loadS24Shifted(d), 8),
+                                   _mm256_srai_epi32(loadS24Shifted(s), 8));
+    storeS24Shifted(d, _mm256_slli_epi32(sum, 8));
   }
   static void gain(uint8_t*, const uint8_t*, __m256d, __m256d) {}
 };
@@ -202,9 +210,8 @@ struct S24in32S24in32 {
   static constexpr int block = 8, db = 4, sb = 4;
   static constexpr bool scaled = false;
   static void unity(uint8_t* d, const uint8_t* s) {
-    const __m256i m = _mm256_set1_epi32(int32_t(0xFFFFFF00u));
-    const __m256i sum = satAdd32(_mm256_and_si256(loadI(d), m), _mm256_and_si256(loadI(s), m));
-    storeI(d, _mm256_and_si256(sum, m));
+    const __m256i sum = clampSum24(_mm256_srai_epi32(loadI(d), 8), _mm256_srai_epi32(loadI(s), 8));
+    storeI(d, _mm256_slli_epi32(sum, 8));
   }
   static void gain(uint8_t*, const uint8_t*, __m256d, __m256d) {}
 };
