@@ -18,6 +18,11 @@ elseif(OSTRA_SANITIZE STREQUAL "thread")
 elseif(NOT OSTRA_SANITIZE STREQUAL "")
   message(FATAL_ERROR "OSTRA_SANITIZE must be empty, address or thread")
 endif()
+# libFuzzer builds instrument every object for coverage; only the fuzz programs link
+# the fuzzer's main.
+if(OSTRA_BUILD_FUZZ AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  list(APPEND OSTRA_SAN_FLAGS -fsanitize=fuzzer-no-link)
+endif()
 if(OSTRA_SAN_FLAGS)
   add_compile_options(${OSTRA_SAN_FLAGS})
   add_link_options(${OSTRA_SAN_FLAGS})
