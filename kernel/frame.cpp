@@ -5,7 +5,6 @@
 #include <string>
 
 #include "kernel/internal/frame.h"
-#include "kernel/internal/modules.h"
 #include "kernel/internal/print_tokens.h"
 #include "kernel/internal/string_table.h"
 #include "kernel/internal/strings.h"
@@ -13,6 +12,7 @@
 #include "ostra/kacpu.h"
 #include "ostra/kaerror.h"
 #include "ostra/kakernel.h"
+#include "ostra/kamodule.h"
 #include "ostra/kaplatform.h"
 #include "platform/internal/text.h"
 
@@ -42,7 +42,7 @@ BOOL KaKernel_EarlyInitialize(HMODULE module, DWORD flags) noexcept {
   gFrame.effectiveCpu = KaGetCPUSupport(0);
   gFrame.startMode = (flags & KAKERNEL_INIT_MODE1) ? 1u : (flags & KAKERNEL_INIT_MODE2) ? 2u : 0u;
   gFrame.scale = 100;
-  gFrame.hostModule = reinterpret_cast<HMODULE>(const_cast<void*>(executableAddress()));
+  gFrame.hostModule = KaModule_GetExecutable();
   gFrame.reserved = 0;
   gFrame.splash = nullptr;
   loadColourCache();
@@ -108,25 +108,16 @@ HMODULE KaKernel_GetAppKernel() noexcept { return gFrame.appKernel; }
 
 HRESULT KaKernel_GetAppKernelPathName(KAWCHAR* buffer, DWORD length) noexcept {
   if (!buffer || length == 0) return E_INVALIDARG;
-  try {
-    // Without a module of the host's, the kernel's own texts come from the kernel itself.
-    const void* address = gFrame.appKernel
-                              ? static_cast<const void*>(gFrame.appKernel)
-                              : reinterpret_cast<const void*>(&KaKernel_GetAppKernelPathName);
-    std::string path;
-    if (HRESULT hr = modulePathOf(address, path); FAILED(hr)) {
-      buffer[0] = 0;
-      return hr;
-    }
-    const std::u16string wide = ostra::text::utf8ToUtf16(path);
-    const size_t n = std::min<size_t>(wide.size(), length - 1);
-    std::copy_n(wide.data(), n, buffer);
-    buffer[n] = 0;
-    return S_OK;
-  } catch (...) {
+  // The host's module is a loader handle or any address inside the module; without one
+  // the kernel's own texts come from the kernel itself. A truncated path is still S_OK.
+  HMODULE module = gFrame.appKernel ? gFrame.appKernel : KaModule_GetKernel();
+  DWORD n = module ? KaModule_GetFileName(module, buffer, length) : 0;
+  if (n == 0) n = KaModule_GetPathFromAddress(module, buffer, length);
+  if (n == 0) {
     buffer[0] = 0;
-    return E_OUTOFMEMORY;
+    return KAERR_NOT_FOUND;
   }
+  return S_OK;
 }
 
 LONG KaKernel_UserPrefChanges(HWND, UINT message) noexcept {

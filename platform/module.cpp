@@ -108,6 +108,8 @@ HMODULE KaModule_GetKernel() noexcept {
   return KaModule_FromAddress(reinterpret_cast<const void*>(&KaModule_GetKernel));
 }
 
+HMODULE KaModule_GetExecutable() noexcept { return reinterpret_cast<HMODULE>(mainMap()); }
+
 DWORD KaModule_GetFileName(HMODULE module, KAWCHAR* buffer, DWORD size) noexcept try {
   return copyOut(ostra::text::utf8ToUtf16(modulePath(module)), buffer, size);
 } catch (...) {

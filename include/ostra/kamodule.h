@@ -20,6 +20,8 @@ OSTRA_API BOOL KaModule_Unload(HMODULE module) noexcept;
 OSTRA_API HMODULE KaModule_FromAddress(const void* address) noexcept;
 // The module that holds the kernel itself.
 OSTRA_API HMODULE KaModule_GetKernel() noexcept;
+// The running executable's module.
+OSTRA_API HMODULE KaModule_GetExecutable() noexcept;
 // Writes the absolute path of the module (null: the running executable) and returns its
 // length in characters. When the buffer is too small the path is cut to size - 1
 // characters, terminated, and size is returned; 0 means failure (a bad module).
