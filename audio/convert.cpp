@@ -90,6 +90,7 @@ constexpr ConverterTable makePlain(std::integer_sequence<int, DI...>) {
 struct Built {
   ConverterTable table;
   DWORD generation;
+  const Built* previous;  // retired tables stay reachable: readers may still hold them
 };
 std::atomic<const Built*> gConverters{nullptr};
 std::mutex gBuildLock;
@@ -101,7 +102,7 @@ const ConverterTable& converters() {
   std::lock_guard<std::mutex> lock(gBuildLock);
   b = gConverters.load(std::memory_order_acquire);
   if (b && b->generation == generation) return b->table;
-  Built* fresh = new (std::nothrow) Built{kPlainConverters, generation};
+  Built* fresh = new (std::nothrow) Built{kPlainConverters, generation, b};
   if (!fresh) return kPlainConverters;
 #if defined(__x86_64__)
   const DWORD features = KaGetCPUSupport(0);

@@ -101,6 +101,7 @@ constexpr MixerTable makePlain(std::integer_sequence<int, DI...>) {
 struct Built {
   MixerTable table;
   DWORD generation;
+  const Built* previous;  // retired tables stay reachable: readers may still hold them
 };
 std::atomic<const Built*> gMixers{nullptr};
 std::mutex gBuildLock;
@@ -113,7 +114,7 @@ const MixerTable& mixers() {
   b = gMixers.load(std::memory_order_acquire);
   if (b && b->generation == generation) return b->table;
   // An outdated table stays allocated: a caller may still be reading it.
-  Built* fresh = new (std::nothrow) Built{kPlainMixers, generation};
+  Built* fresh = new (std::nothrow) Built{kPlainMixers, generation, b};
   if (!fresh) return kPlainMixers;
 #if defined(__x86_64__)
   const DWORD features = KaGetCPUSupport(0);
