@@ -4,17 +4,11 @@
 #include <string>
 
 #include "command.h"
+#include "text.h"
 #include "ostra/kadib.h"
 #include "ostra/kaplatform.h"
 
 namespace {
-
-std::u16string wide(const std::string& s) {
-  std::u16string w(s.size() + 1, u'\0');
-  const int n = KaText_MultiByteToWide(KA_CP_UTF8, 0, s.c_str(), -1, w.data(), int(w.size()));
-  w.resize(n > 0 ? size_t(n - 1) : 0);
-  return w;
-}
 
 std::string formatText(DWORD compression) {
   KAWCHAR text[64];
@@ -31,7 +25,7 @@ void setupInfo(CLI::App& cmd) {
   cmd.add_option("file", file, "BMP file")->required();
   cmd.callback([] {
     BITMAPINFOHEADER* bmp = nullptr;
-    const HRESULT hr = KaDib_ReadBmpFile(wide(file).c_str(), &bmp);
+    const HRESULT hr = KaDib_ReadBmpFile(ostra::cli::toUtf16(file).c_str(), &bmp);
     if (FAILED(hr)) {
       ostra::cli::reportFailure(hr, file);
       return;

@@ -6,18 +6,12 @@
 #include <string>
 
 #include "command.h"
+#include "text.h"
 #include "ostra/kadib.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kayuv.h"
 
 namespace {
-
-std::u16string wide(const std::string& s) {
-  std::u16string w(s.size() + 1, u'\0');
-  const int n = KaText_MultiByteToWide(KA_CP_UTF8, 0, s.c_str(), -1, w.data(), int(w.size()));
-  w.resize(n > 0 ? size_t(n - 1) : 0);
-  return w;
-}
 
 BYTE level(double v) { return BYTE(std::lround(v * 255.0)); }
 
@@ -36,7 +30,7 @@ void setup(CLI::App& cmd) {
   cmd.callback([] {
     using namespace ostra::cli;
     BITMAPINFOHEADER* src = nullptr;
-    HRESULT hr = KaDib_ReadBmpFile(wide(in).c_str(), &src);
+    HRESULT hr = KaDib_ReadBmpFile(ostra::cli::toUtf16(in).c_str(), &src);
     if (FAILED(hr)) {
       reportFailure(hr, in);
       return;
@@ -69,7 +63,7 @@ void setup(CLI::App& cmd) {
         px[2] = level(p.r);
       }
     }
-    if (!repair.empty()) hr = KaDib_WriteBmpFile(wide(repair).c_str(), bmp, nullptr);
+    if (!repair.empty()) hr = KaDib_WriteBmpFile(ostra::cli::toUtf16(repair).c_str(), bmp, nullptr);
     KaDibFree(bmp, 0);
     if (FAILED(hr)) {
       reportFailure(hr, repair);

@@ -4,18 +4,12 @@
 #include <vector>
 
 #include "command.h"
+#include "text.h"
 #include "ostra/kadib.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kayuv.h"
 
 namespace {
-
-std::u16string wide(const std::string& s) {
-  std::u16string w(s.size() + 1, u'\0');
-  const int n = KaText_MultiByteToWide(KA_CP_UTF8, 0, s.c_str(), -1, w.data(), int(w.size()));
-  w.resize(n > 0 ? size_t(n - 1) : 0);
-  return w;
-}
 
 struct Options {
   std::string layout, matrix = "auto", in, out;
@@ -50,7 +44,7 @@ void setup(CLI::App& cmd) {
     using namespace ostra::cli;
     const std::map<std::string, int> matrices = {{"auto", 0}, {"601", 1}, {"709", 2}, {"2020", 3}};
     BITMAPINFOHEADER* bmp = nullptr;
-    HRESULT hr = KaDib_ReadBmpFile(wide(o.in).c_str(), &bmp);
+    HRESULT hr = KaDib_ReadBmpFile(ostra::cli::toUtf16(o.in).c_str(), &bmp);
     if (FAILED(hr)) {
       reportFailure(hr, o.in);
       return;

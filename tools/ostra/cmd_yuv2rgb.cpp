@@ -7,18 +7,12 @@
 #include <vector>
 
 #include "command.h"
+#include "text.h"
 #include "ostra/kadib.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kayuv.h"
 
 namespace {
-
-std::u16string wide(const std::string& s) {
-  std::u16string w(s.size() + 1, u'\0');
-  const int n = KaText_MultiByteToWide(KA_CP_UTF8, 0, s.c_str(), -1, w.data(), int(w.size()));
-  w.resize(n > 0 ? size_t(n - 1) : 0);
-  return w;
-}
 
 struct Options {
   std::string layout, size, matrix = "auto", in, out;
@@ -82,7 +76,7 @@ void setup(CLI::App& cmd) {
     BYTE* top = static_cast<BYTE*>(KaDibPixels(bmp)) + size_t(h - 1) * stride;
     hr = KaYUV_YUVToRGB(top, -stride, frame.data(), frame.size(), code, LONG(w), LONG(h),
                         matrices.at(o.matrix));
-    if (SUCCEEDED(hr)) hr = KaDib_WriteBmpFile(wide(o.out).c_str(), bmp, nullptr);
+    if (SUCCEEDED(hr)) hr = KaDib_WriteBmpFile(ostra::cli::toUtf16(o.out).c_str(), bmp, nullptr);
     KaDibFree(bmp, 0);
     if (FAILED(hr)) reportFailure(hr, o.out);
   });
