@@ -11,17 +11,6 @@ using namespace ostra::audio;
 
 namespace {
 
-template <class F>
-HRESULT guarded(F f) noexcept {
-  try {
-    return f();
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  } catch (...) {
-    return E_FAIL;
-  }
-}
-
 // Copies channel sc of src to channel dc of dest, converting between the layouts.
 void copyChannel(const Layout& dl, uint8_t* d, int dc, const Layout& sl, const uint8_t* s, int sc,
                  DWORD frames, float gain) {

@@ -13,17 +13,6 @@ namespace {
 
 constexpr DWORD kChunkSamples = 4096;
 
-template <class F>
-HRESULT guarded(F f) noexcept {
-  try {
-    return f();
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  } catch (...) {
-    return E_FAIL;
-  }
-}
-
 // Calls visit(values, frames) with the buffer's samples as normalised doubles, a chunk
 // of whole frames at a time.
 template <class Visit>

@@ -5,10 +5,23 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "audio/internal/tables.h"
 
 namespace ostra::audio {
+
+// Runs an exported function's body so that no exception leaves the library.
+template <class F>
+HRESULT guarded(F f) noexcept {
+  try {
+    return f();
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  } catch (...) {
+    return E_FAIL;
+  }
+}
 
 struct Layout {
   KASAMPLETYPE type;
