@@ -1,6 +1,7 @@
 // General conversions between 32-bit BGRA rows and the 8- and 10-bit YUV layouts.
 // Each layout has a row reader that unpacks one row to luma and per-pair chroma samples
-// and a row writer that packs them; the colour arithmetic is shared by all layouts.
+// and a row writer that packs them; the colour arithmetic between such rows and BGRA is
+// shared by all layouts and lives in the kernels of image/internal/yuv_general.h.
 //
 // YUV to RGB uses the fixed-point formula of the packed conversion: at 8 bits
 // (Y*4096 + 2048 + t) >> 12, at 10 bits (Y*4096 + 8192 + t) >> 14, where t is the sum of
@@ -18,7 +19,7 @@
 #include <memory>
 #include <new>
 
-#include "image/internal/uyvy.h"
+#include "image/internal/yuv_general.h"
 #include "ostra/kaerror.h"
 #include "ostra/kayuv.h"
 
@@ -192,57 +193,6 @@ void readRow(const Layout& l, const BYTE* f, LONG y, const Row& r) {
   }
 }
 
-inline BYTE clamp255(int v) { return BYTE(v < 0 ? 0 : (v > 255 ? 255 : v)); }
-
-void toBgra(BYTE* d, const Row& r, LONG w, const UyvyCoeffs& k, bool tenBit) {
-  const int shift = tenBit ? 14 : 12, round = 1 << (shift - 1), centre = tenBit ? 512 : 128;
-  for (LONG i = 0; i < w / 2; ++i) {
-    const int u = r.u[i] - centre, v = r.v[i] - centre;
-    const int bt = k.bFromCb * u + round, gt = k.gFromCr * v + k.gFromCb * u + round,
-              rt = k.rFromCr * v + round;
-    for (int j = 0; j < 2; ++j, d += 4) {
-      const int base = r.y[2 * i + j] * 4096;
-      d[0] = clamp255((base + bt) >> shift);
-      d[1] = clamp255((base + gt) >> shift);
-      d[2] = clamp255((base + rt) >> shift);
-      d[3] = 255;
-    }
-  }
-}
-
-// ---------------------------------------------------------------- RGB to YUV
-inline int16_t roundClamp(double v, int maxValue) {
-  const double r = std::floor(v + 0.5);
-  return int16_t(r < 0 ? 0 : (r > maxValue ? maxValue : r));
-}
-
-// Luma of one row and chroma of the pairs, averaged over `rows` (1 or 2) source rows.
-void fromBgra(const BYTE* a, const BYTE* b, LONG w, const KAYUVMATRIX& m, bool tenBit,
-              const Row& r) {
-  const double scale = tenBit ? 4.0 : 1.0, centre = tenBit ? 512.0 : 128.0;
-  const int maxValue = tenBit ? 1023 : 255;
-  for (LONG x = 0; x < w; ++x) {
-    const BYTE* p = a + 4 * size_t(x);
-    r.y[x] = roundClamp(scale * (m.kr * p[2] + m.kg * p[1] + m.kb * p[0]), maxValue);
-  }
-  const int n = b ? 4 : 2;
-  for (LONG i = 0; i < w / 2; ++i) {
-    double sb = 0, sg = 0, sr = 0;
-    for (const BYTE* row : {a, b}) {
-      if (!row) continue;
-      const BYTE* p = row + 8 * size_t(i);
-      sb += p[0] + p[4];
-      sg += p[1] + p[5];
-      sr += p[2] + p[6];
-    }
-    sb /= n;
-    sg /= n;
-    sr /= n;
-    r.u[i] = roundClamp(centre + scale * (m.cbR * sr + m.cbG * sg + m.cbB * sb), maxValue);
-    r.v[i] = roundClamp(centre + scale * (m.crR * sr + m.crG * sg + m.crB * sb), maxValue);
-  }
-}
-
 inline void store16(BYTE* p, int v) {
   p[0] = BYTE(v);
   p[1] = BYTE(v >> 8);
@@ -358,12 +308,13 @@ HRESULT KaYUV_YUVToRGB(void* rgb, LONG rgbStride, const void* yuv, size_t yuvByt
   const UyvyCoeffs k = uyvyCoeffs(colourSpace, width, height);
   Scratch s;
   if (!s.init(width)) return E_OUTOFMEMORY;
+  const YuvToBgraRowFn toBgra = yuvGeneralTable().toBgra[l.tenBit];
   const bool par = int64_t(width) * height >= 32768;
 #pragma omp parallel for schedule(static) if (par)
   for (LONG y = 0; y < height; ++y) {
     const Row r = s.row();
     readRow(l, f, y, r);
-    toBgra(d + ptrdiff_t(y) * rgbStride, r, width, k, l.tenBit);
+    toBgra(d + ptrdiff_t(y) * rgbStride, r.y, r.u, r.v, width, k);
   }
   return S_OK;
 }
@@ -379,13 +330,17 @@ HRESULT KaYUV_RGBToYUV(void* yuv, size_t yuvBytes, DWORD fourcc, const void* rgb
   auto srcRow = [&](LONG y) { return src + ptrdiff_t(y) * rgbStride; };
   Scratch s;
   if (!s.init(width)) return E_OUTOFMEMORY;
+  const YuvGeneralTable& t = yuvGeneralTable();
+  const BgraToLumaRowFn luma = t.luma[l.tenBit];
+  const BgraToChromaRowFn chroma = t.chroma[l.tenBit];
   const bool par = int64_t(width) * height >= 32768;
   const bool shared = l.kind == Kind::Planar420 || l.kind == Kind::Nv12 || l.kind == Kind::P010;
   if (!shared) {
 #pragma omp parallel for schedule(static) if (par)
     for (LONG y = 0; y < height; ++y) {
       const Row r = s.row();
-      fromBgra(srcRow(y), nullptr, width, m, l.tenBit, r);
+      luma(r.y, srcRow(y), width, m);
+      chroma(r.u, r.v, srcRow(y), nullptr, width, m);
       writeLuma(l, f, y, r);
       writeChroma(l, f, DWORD(y), r);
     }
@@ -400,13 +355,13 @@ HRESULT KaYUV_RGBToYUV(void* yuv, size_t yuvBytes, DWORD fourcc, const void* rgb
     const LONG y0 = 2 * j, y1 = std::min(2 * j + 1, height - 1);
     const bool pair = y1 != y0;
     if (DWORD(j) < l.chromaRows) {
-      fromBgra(srcRow(y0), pair ? srcRow(y1) : nullptr, width, m, l.tenBit, r);
+      chroma(r.u, r.v, srcRow(y0), pair ? srcRow(y1) : nullptr, width, m);
       writeChroma(l, f, DWORD(j), r);
     }
-    fromBgra(srcRow(y0), nullptr, width, m, l.tenBit, r);
+    luma(r.y, srcRow(y0), width, m);
     writeLuma(l, f, y0, r);
     if (pair) {
-      fromBgra(srcRow(y1), nullptr, width, m, l.tenBit, r);
+      luma(r.y, srcRow(y1), width, m);
       writeLuma(l, f, y1, r);
     }
   }

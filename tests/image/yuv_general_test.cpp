@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "image/internal/yuv_general.h"
+#include "ostra/kacpu.h"
 #include "ostra/kaerror.h"
 #include "ostra/kayuv.h"
 
@@ -177,6 +179,97 @@ TEST(YuvGeneral, ThreadCountAndNegativeStrides) {
                              &up[size_t(h - 1 - y) * w * 4]));
   }
   omp_set_num_threads(saved);
+}
+
+// Both directions for every layout, matrix and even width 2..130 at odd heights, plus one
+// frame large enough for the parallel loops; RGB rows padded and, for every other width,
+// walked upwards. Outputs start filled so that a stray write shows.
+struct Output {
+  std::string what;
+  std::vector<BYTE> bytes;
+};
+std::vector<Output> sweep() {
+  std::mt19937 rng(7);
+  auto random = [&](size_t n) {
+    std::vector<BYTE> v(n);
+    for (auto& b : v) b = BYTE(rng());
+    return v;
+  };
+  struct Size {
+    LONG w, h;
+  };
+  std::vector<Size> sizes;
+  for (LONG w = 2; w <= 130; w += 2)
+    for (LONG h : {1, 3}) sizes.push_back({w, h});
+  sizes.push_back({258, 129});
+  std::vector<Output> out;
+  for (const char* code : {"UYVY", "YUYV", "I420", "YV12", "YV16", "NV12", "P010", "P210", "v210"})
+    for (const Size sz : sizes)
+      for (int cs = 1; cs <= 3; ++cs) {
+        const LONG stride = (sz.w & 2 ? -1 : 1) * (sz.w * 4 + 8);
+        const size_t rgbBytes = size_t(std::abs(stride)) * sz.h;
+        const size_t first = stride < 0 ? rgbBytes - size_t(-stride) : 0;
+        const std::vector<BYTE> yuv = random(frameBytes(code, sz.w, sz.h)), rgb = random(rgbBytes);
+        const std::string what = std::string(code) + " " + std::to_string(sz.w) + "x" +
+                                 std::to_string(sz.h) + " matrix " + std::to_string(cs);
+        Output toRgb{what + " to RGB", std::vector<BYTE>(rgbBytes, 0xA5)};
+        Output toYuv{what + " from RGB", std::vector<BYTE>(yuv.size(), 0xA5)};
+        EXPECT_EQ(KaYUV_YUVToRGB(&toRgb.bytes[first], stride, yuv.data(), yuv.size(), fourcc(code),
+                                 sz.w, sz.h, cs),
+                  S_OK);
+        EXPECT_EQ(KaYUV_RGBToYUV(toYuv.bytes.data(), toYuv.bytes.size(), fourcc(code), &rgb[first],
+                                 stride, sz.w, sz.h, cs),
+                  S_OK);
+        out.push_back(std::move(toRgb));
+        out.push_back(std::move(toYuv));
+      }
+  return out;
+}
+
+constexpr DWORD kVectorFeatures = KACPU_AVX512F | KACPU_AVX2 | KACPU_SSE2;
+
+// Each vector table the processor runs gives the bytes of the plain kernels.
+TEST(YuvGeneral, EveryVariantGivesThePlainBytes) {
+  KaDisallowCPUSupport(kVectorFeatures);
+  const std::vector<Output> plain = sweep();
+  KaAllowCPUSupport(kVectorFeatures);
+  for (DWORD disallowed : {DWORD(KACPU_AVX512F), DWORD(0)}) {
+    KaDisallowCPUSupport(disallowed);
+    const std::vector<Output> got = sweep();
+    KaAllowCPUSupport(disallowed);
+    ASSERT_EQ(got.size(), plain.size());
+    int failures = 0;
+    for (size_t i = 0; i < got.size() && failures < 5; ++i)
+      if (got[i].bytes != plain[i].bytes) {
+        ++failures;
+        ADD_FAILURE() << got[i].what << " differs from the plain kernels with features " << std::hex
+                      << (KaGetCPUSupport(0) & ~disallowed);
+      }
+  }
+}
+
+TEST(YuvGeneral, TableFollowsTheAllowedFeatures) {
+  using namespace ostra::image;
+  auto expect = [](YuvToBgraRowFn toBgra, BgraToLumaRowFn luma, BgraToChromaRowFn chroma) {
+    const YuvGeneralTable& t = yuvGeneralTable();
+    EXPECT_EQ(t.toBgra[0], toBgra);
+    EXPECT_EQ(t.luma[1], luma);
+    EXPECT_EQ(t.chroma[0], chroma);
+  };
+#if defined(__x86_64__)
+  if (!(KaGetCPUSupport(0) & KACPU_AVX2)) GTEST_SKIP() << "no AVX2";
+  const bool avx512 = (KaGetCPUSupport(0) & KACPU_AVX512F) && __builtin_cpu_supports("avx512bw") &&
+                      __builtin_cpu_supports("avx512vl");
+  if (avx512) expect(yuv8ToBgra_avx512, bgraToLuma10_avx512, bgraToChroma8_avx512);
+  KaDisallowCPUSupport(KACPU_AVX512F);
+  expect(yuv8ToBgra_avx2, bgraToLuma10_avx2, bgraToChroma8_avx2);
+  KaDisallowCPUSupport(KACPU_AVX2);
+  expect(yuv8ToBgra_plain, bgraToLuma10_plain, bgraToChroma8_plain);
+  KaAllowCPUSupport(KACPU_AVX2 | KACPU_AVX512F);
+#endif
+  KaDisallowCPUSupport(kVectorFeatures);
+  expect(yuv8ToBgra_plain, bgraToLuma10_plain, bgraToChroma8_plain);
+  KaAllowCPUSupport(kVectorFeatures);
 }
 
 }  // namespace

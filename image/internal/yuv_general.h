@@ -1,0 +1,58 @@
+// Colour kernels of the general YUV conversions (image/yuv_general.cpp) and their
+// per-processor table. The layouts are unpacked to, and packed from, rows of 16-bit
+// samples (luma per pixel, chroma per pixel pair; 0..255 or 0..1023) by plain code; these
+// kernels do the colour arithmetic between such rows and 32-bit BGRA rows.
+// The plain kernels define the result; the vector ones (yuv_general_avx2.cpp,
+// yuv_general_avx512.cpp) give the same bytes and are only referenced on x86-64.
+// Only declarations live here: an inline function compiled into an ISA file could be
+// merged with the plain one and run on a processor without that ISA.
+#pragma once
+
+#include "image/internal/uyvy.h"
+#include "ostra/kadefs.h"
+#include "ostra/kayuv.h"
+
+namespace ostra::image {
+
+// BGRA from samples: `width` pixels (even), chroma shared by each pair.
+using YuvToBgraRowFn = void (*)(BYTE* dst, const int16_t* y, const int16_t* u, const int16_t* v,
+                                LONG width, const UyvyCoeffs& k);
+// Luma of `width` BGRA pixels.
+using BgraToLumaRowFn = void (*)(int16_t* y, const BYTE* src, LONG width, const KAYUVMATRIX& m);
+// Chroma of width / 2 pairs, from the average colour of each pair of row `a`, or of the
+// 2x2 block of rows `a` and `b` when `b` is not null.
+using BgraToChromaRowFn = void (*)(int16_t* u, int16_t* v, const BYTE* a, const BYTE* b, LONG width,
+                                   const KAYUVMATRIX& m);
+
+// [0] 8-bit samples, [1] 10-bit samples.
+struct YuvGeneralTable {
+  YuvToBgraRowFn toBgra[2];
+  BgraToLumaRowFn luma[2];
+  BgraToChromaRowFn chroma[2];
+};
+
+#define OSTRA_YUV_GENERAL_KERNELS(suffix)                                                \
+  void yuv8ToBgra_##suffix(BYTE*, const int16_t*, const int16_t*, const int16_t*, LONG,  \
+                           const UyvyCoeffs&);                                           \
+  void yuv10ToBgra_##suffix(BYTE*, const int16_t*, const int16_t*, const int16_t*, LONG, \
+                            const UyvyCoeffs&);                                          \
+  void bgraToLuma8_##suffix(int16_t*, const BYTE*, LONG, const KAYUVMATRIX&);            \
+  void bgraToLuma10_##suffix(int16_t*, const BYTE*, LONG, const KAYUVMATRIX&);           \
+  void bgraToChroma8_##suffix(int16_t*, int16_t*, const BYTE*, const BYTE*, LONG,        \
+                              const KAYUVMATRIX&);                                       \
+  void bgraToChroma10_##suffix(int16_t*, int16_t*, const BYTE*, const BYTE*, LONG,       \
+                               const KAYUVMATRIX&);
+
+OSTRA_YUV_GENERAL_KERNELS(plain)
+#if defined(__x86_64__)
+OSTRA_YUV_GENERAL_KERNELS(avx2)
+OSTRA_YUV_GENERAL_KERNELS(avx512)
+#endif
+
+// The table for a feature mask (tests and benchmarks pass masks to reach each variant);
+// the AVX-512 kernels also need the byte/word instructions, checked on the processor.
+YuvGeneralTable yuvGeneralTableFor(DWORD cpuFeatures) noexcept;
+// The table for KaGetCPUSupport(0), rebuilt when the allowed or forced masks change.
+const YuvGeneralTable& yuvGeneralTable() noexcept;
+
+}  // namespace ostra::image

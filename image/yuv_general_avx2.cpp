@@ -1,0 +1,181 @@
+// AVX2 colour kernels of the general YUV conversions, byte for byte the plain ones.
+//
+// To BGRA (16 pixels per step): the chroma terms are integer madds of the raw (U, V)
+// pairs with the centring folded into the added constant, so they are the plain integers.
+// At 8 bits (Y*4096 + 2048 + t) >> 12 == Y + ((t + 2048) >> 12) since Y*4096 is a whole
+// multiple of 4096; at 10 bits, with q = (t + 8192) >> 12, (Y*4096 + 8192 + t) >> 14 ==
+// (Y + q) >> 2 (the remainder below 4096 cannot carry into the quotient by 4). packus
+// clamps.
+//
+// From BGRA: the plain double-precision expressions, evaluated in the same order on four
+// pixels (or pairs) at a time. The 10-bit scale of 4 and the 1/2 or 1/4 of the averages
+// are powers of two, so they are folded into the coefficients without changing a single
+// rounding; the pair sums are exact integers. Products must not be fused into FMAs
+// (that would round once where the plain code rounds twice), hence the pragma.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC optimize("fp-contract=off")
+#endif
+#include <immintrin.h>
+
+#include "image/internal/yuv_general.h"
+
+namespace ostra::image {
+namespace {
+
+inline __m256i pack16(int lo, int hi) {
+  return _mm256_set1_epi32(int32_t(uint32_t(uint16_t(lo)) | (uint32_t(uint16_t(hi)) << 16)));
+}
+
+template <bool Ten>
+void toBgra(BYTE* d, const int16_t* y, const int16_t* u, const int16_t* v, LONG w,
+            const UyvyCoeffs& k) {
+  constexpr int centre = Ten ? 512 : 128, round = Ten ? 8192 : 2048;
+  const __m256i kb = pack16(k.bFromCb, 0), kg = pack16(k.gFromCb, k.gFromCr),
+                kr = pack16(0, k.rFromCr);
+  const __m256i cb = _mm256_set1_epi32(round - centre * k.bFromCb),
+                cg = _mm256_set1_epi32(round - centre * (k.gFromCb + k.gFromCr)),
+                cr = _mm256_set1_epi32(round - centre * k.rFromCr);
+  const __m256i dup = _mm256_setr_epi8(0, 1, 0, 1, 4, 5, 4, 5, 8, 9, 8, 9, 12, 13, 12, 13,  //
+                                       0, 1, 0, 1, 4, 5, 4, 5, 8, 9, 8, 9, 12, 13, 12, 13);
+  const __m256i alpha = _mm256_set1_epi16(255);
+  LONG x = 0;
+  for (; x + 16 <= w; x += 16) {
+    const __m256i p = _mm256_or_si256(
+        _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(u + x / 2))),
+        _mm256_slli_epi32(
+            _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(v + x / 2))),
+            16));
+    const __m256i tb = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(p, kb), cb), 12);
+    const __m256i tg = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(p, kg), cg), 12);
+    const __m256i tr = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(p, kr), cr), 12);
+    const __m256i yy = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(y + x));
+    __m256i b = _mm256_add_epi16(yy, _mm256_shuffle_epi8(tb, dup));
+    __m256i g = _mm256_add_epi16(yy, _mm256_shuffle_epi8(tg, dup));
+    __m256i r = _mm256_add_epi16(yy, _mm256_shuffle_epi8(tr, dup));
+    if constexpr (Ten) {
+      b = _mm256_srai_epi16(b, 2);
+      g = _mm256_srai_epi16(g, 2);
+      r = _mm256_srai_epi16(r, 2);
+    }
+    const __m256i bg = _mm256_packus_epi16(b, g), ra = _mm256_packus_epi16(r, alpha);
+    const __m256i br = _mm256_unpacklo_epi8(bg, ra), ga = _mm256_unpackhi_epi8(bg, ra);
+    const __m256i lo = _mm256_unpacklo_epi8(br, ga), hi = _mm256_unpackhi_epi8(br, ga);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 4 * x),
+                        _mm256_permute2x128_si256(lo, hi, 0x20));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 4 * x + 32),
+                        _mm256_permute2x128_si256(lo, hi, 0x31));
+  }
+  if (x < w)
+    (Ten ? yuv10ToBgra_plain : yuv8ToBgra_plain)(d + 4 * x, y + x, u + x / 2, v + x / 2, w - x, k);
+}
+
+struct Rounding {
+  __m256d half = _mm256_set1_pd(0.5), zero = _mm256_setzero_pd(), top;
+  explicit Rounding(double maxValue) : top(_mm256_set1_pd(maxValue)) {}
+  __m128i operator()(__m256d v) const {
+    const __m256d r = _mm256_floor_pd(_mm256_add_pd(v, half));
+    return _mm256_cvttpd_epi32(_mm256_min_pd(_mm256_max_pd(r, zero), top));
+  }
+};
+
+// (kr R + kg G) + kb B, the order of the plain expressions.
+inline __m256d weigh3(__m256d r, __m256d g, __m256d b, __m256d kr, __m256d kg, __m256d kb) {
+  return _mm256_add_pd(_mm256_add_pd(_mm256_mul_pd(kr, r), _mm256_mul_pd(kg, g)),
+                       _mm256_mul_pd(kb, b));
+}
+
+// Four pixels whose B, G, R bytes lie in the low 12 bytes of s as B0..B3 G0..G3 R0..R3.
+inline __m256d weigh(__m128i s, __m256d kr, __m256d kg, __m256d kb) {
+  const __m256d b = _mm256_cvtepi32_pd(_mm_cvtepu8_epi32(s));
+  const __m256d g = _mm256_cvtepi32_pd(_mm_cvtepu8_epi32(_mm_srli_si128(s, 4)));
+  const __m256d r = _mm256_cvtepi32_pd(_mm_cvtepu8_epi32(_mm_srli_si128(s, 8)));
+  return weigh3(r, g, b, kr, kg, kb);
+}
+
+template <bool Ten>
+void luma(int16_t* y, const BYTE* s, LONG w, const KAYUVMATRIX& m) {
+  const double scale = Ten ? 4.0 : 1.0;
+  const __m256d kr = _mm256_set1_pd(scale * m.kr), kg = _mm256_set1_pd(scale * m.kg),
+                kb = _mm256_set1_pd(scale * m.kb);
+  const __m128i planes = _mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, -1, -1, -1, -1);
+  const Rounding rounding(Ten ? 1023 : 255);
+  LONG x = 0;
+  for (; x + 8 <= w; x += 8) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * x));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * x + 16));
+    const __m128i ya = rounding(weigh(_mm_shuffle_epi8(a, planes), kr, kg, kb));
+    const __m128i yb = rounding(weigh(_mm_shuffle_epi8(b, planes), kr, kg, kb));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x), _mm_packs_epi32(ya, yb));
+  }
+  if (x < w) (Ten ? bgraToLuma10_plain : bgraToLuma8_plain)(y + x, s + 4 * x, w - x, m);
+}
+
+// Per 16-byte lane (two pairs), the bytes of each colour next to each other, so that one
+// maddubs gives the pair sums B, B, G, G, R, R, A, A.
+inline __m256i pairSums(const BYTE* p, __m256i planes, __m256i ones) {
+  return _mm256_maddubs_epi16(
+      _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)), planes), ones);
+}
+
+template <bool Ten>
+void chroma(int16_t* u, int16_t* v, const BYTE* a, const BYTE* b, LONG w, const KAYUVMATRIX& m) {
+  const double f = (Ten ? 4.0 : 1.0) / (b ? 4.0 : 2.0);
+  const __m256d centre = _mm256_set1_pd(Ten ? 512.0 : 128.0);
+  const __m256d ur = _mm256_set1_pd(f * m.cbR), ug = _mm256_set1_pd(f * m.cbG),
+                ub = _mm256_set1_pd(f * m.cbB), vr = _mm256_set1_pd(f * m.crR),
+                vg = _mm256_set1_pd(f * m.crG), vb = _mm256_set1_pd(f * m.crB);
+  const __m256i planes = _mm256_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15,  //
+                                          0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+  const __m256i ones = _mm256_set1_epi8(1), order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+  const Rounding rounding(Ten ? 1023 : 255);
+  const LONG pairs = w / 2;
+  LONG i = 0;
+  for (; i + 8 <= pairs; i += 8) {
+    __m128i us[2], vs[2];
+    for (int h = 0; h < 2; ++h) {
+      const size_t at = 8 * size_t(i) + 32 * h;
+      __m256i sums = pairSums(a + at, planes, ones);
+      if (b) sums = _mm256_add_epi16(sums, pairSums(b + at, planes, ones));
+      // B of the four pairs, then G, R, A.
+      sums = _mm256_permutevar8x32_epi32(sums, order);
+      const __m128i bg = _mm256_castsi256_si128(sums);
+      const __m256d sb = _mm256_cvtepi32_pd(_mm_cvtepu16_epi32(bg));
+      const __m256d sg = _mm256_cvtepi32_pd(_mm_cvtepu16_epi32(_mm_srli_si128(bg, 8)));
+      const __m256d sr = _mm256_cvtepi32_pd(_mm_cvtepu16_epi32(_mm256_extracti128_si256(sums, 1)));
+      us[h] = rounding(_mm256_add_pd(centre, weigh3(sr, sg, sb, ur, ug, ub)));
+      vs[h] = rounding(_mm256_add_pd(centre, weigh3(sr, sg, sb, vr, vg, vb)));
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(u + i), _mm_packs_epi32(us[0], us[1]));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(v + i), _mm_packs_epi32(vs[0], vs[1]));
+  }
+  if (i < pairs)
+    (Ten ? bgraToChroma10_plain : bgraToChroma8_plain)(
+        u + i, v + i, a + 8 * size_t(i), b ? b + 8 * size_t(i) : nullptr, w - 2 * i, m);
+}
+
+}  // namespace
+
+void yuv8ToBgra_avx2(BYTE* d, const int16_t* y, const int16_t* u, const int16_t* v, LONG w,
+                     const UyvyCoeffs& k) {
+  toBgra<false>(d, y, u, v, w, k);
+}
+void yuv10ToBgra_avx2(BYTE* d, const int16_t* y, const int16_t* u, const int16_t* v, LONG w,
+                      const UyvyCoeffs& k) {
+  toBgra<true>(d, y, u, v, w, k);
+}
+void bgraToLuma8_avx2(int16_t* y, const BYTE* s, LONG w, const KAYUVMATRIX& m) {
+  luma<false>(y, s, w, m);
+}
+void bgraToLuma10_avx2(int16_t* y, const BYTE* s, LONG w, const KAYUVMATRIX& m) {
+  luma<true>(y, s, w, m);
+}
+void bgraToChroma8_avx2(int16_t* u, int16_t* v, const BYTE* a, const BYTE* b, LONG w,
+                        const KAYUVMATRIX& m) {
+  chroma<false>(u, v, a, b, w, m);
+}
+void bgraToChroma10_avx2(int16_t* u, int16_t* v, const BYTE* a, const BYTE* b, LONG w,
+                         const KAYUVMATRIX& m) {
+  chroma<true>(u, v, a, b, w, m);
+}
+
+}  // namespace ostra::image

@@ -1,0 +1,130 @@
+// Plain colour kernels of the general YUV conversions (they define the result) and the
+// table that swaps in the vector ones by processor feature.
+#include <atomic>
+#include <cmath>
+#include <mutex>
+
+#include "image/internal/yuv_general.h"
+#include "ostra/kacpu.h"
+
+namespace ostra::image {
+namespace {
+
+inline BYTE clamp255(int v) { return BYTE(v < 0 ? 0 : (v > 255 ? 255 : v)); }
+
+// 8 bits: (Y*4096 + 2048 + t) >> 12; 10 bits: (Y*4096 + 8192 + t) >> 14.
+template <bool Ten>
+void toBgra(BYTE* d, const int16_t* ys, const int16_t* us, const int16_t* vs, LONG w,
+            const UyvyCoeffs& k) {
+  constexpr int shift = Ten ? 14 : 12, round = 1 << (shift - 1), centre = Ten ? 512 : 128;
+  for (LONG i = 0; i < w / 2; ++i) {
+    const int u = us[i] - centre, v = vs[i] - centre;
+    const int bt = k.bFromCb * u + round, gt = k.gFromCr * v + k.gFromCb * u + round,
+              rt = k.rFromCr * v + round;
+    for (int j = 0; j < 2; ++j, d += 4) {
+      const int base = ys[2 * i + j] * 4096;
+      d[0] = clamp255((base + bt) >> shift);
+      d[1] = clamp255((base + gt) >> shift);
+      d[2] = clamp255((base + rt) >> shift);
+      d[3] = 255;
+    }
+  }
+}
+
+inline int16_t roundClamp(double v, int maxValue) {
+  const double r = std::floor(v + 0.5);
+  return int16_t(r < 0 ? 0 : (r > maxValue ? maxValue : r));
+}
+
+template <bool Ten>
+void luma(int16_t* y, const BYTE* a, LONG w, const KAYUVMATRIX& m) {
+  const double scale = Ten ? 4.0 : 1.0;
+  for (LONG x = 0; x < w; ++x) {
+    const BYTE* p = a + 4 * size_t(x);
+    y[x] = roundClamp(scale * (m.kr * p[2] + m.kg * p[1] + m.kb * p[0]), Ten ? 1023 : 255);
+  }
+}
+
+template <bool Ten>
+void chroma(int16_t* u, int16_t* v, const BYTE* a, const BYTE* b, LONG w, const KAYUVMATRIX& m) {
+  const double scale = Ten ? 4.0 : 1.0, centre = Ten ? 512.0 : 128.0;
+  const int maxValue = Ten ? 1023 : 255, n = b ? 4 : 2;
+  for (LONG i = 0; i < w / 2; ++i) {
+    double sb = 0, sg = 0, sr = 0;
+    for (const BYTE* row : {a, b}) {
+      if (!row) continue;
+      const BYTE* p = row + 8 * size_t(i);
+      sb += p[0] + p[4];
+      sg += p[1] + p[5];
+      sr += p[2] + p[6];
+    }
+    sb /= n;
+    sg /= n;
+    sr /= n;
+    u[i] = roundClamp(centre + scale * (m.cbR * sr + m.cbG * sg + m.cbB * sb), maxValue);
+    v[i] = roundClamp(centre + scale * (m.crR * sr + m.crG * sg + m.crB * sb), maxValue);
+  }
+}
+
+std::mutex gTableLock;
+std::atomic<DWORD> gTableGeneration{~0u};
+YuvGeneralTable gTable;
+
+}  // namespace
+
+void yuv8ToBgra_plain(BYTE* d, const int16_t* y, const int16_t* u, const int16_t* v, LONG w,
+                      const UyvyCoeffs& k) {
+  toBgra<false>(d, y, u, v, w, k);
+}
+void yuv10ToBgra_plain(BYTE* d, const int16_t* y, const int16_t* u, const int16_t* v, LONG w,
+                       const UyvyCoeffs& k) {
+  toBgra<true>(d, y, u, v, w, k);
+}
+void bgraToLuma8_plain(int16_t* y, const BYTE* s, LONG w, const KAYUVMATRIX& m) {
+  luma<false>(y, s, w, m);
+}
+void bgraToLuma10_plain(int16_t* y, const BYTE* s, LONG w, const KAYUVMATRIX& m) {
+  luma<true>(y, s, w, m);
+}
+void bgraToChroma8_plain(int16_t* u, int16_t* v, const BYTE* a, const BYTE* b, LONG w,
+                         const KAYUVMATRIX& m) {
+  chroma<false>(u, v, a, b, w, m);
+}
+void bgraToChroma10_plain(int16_t* u, int16_t* v, const BYTE* a, const BYTE* b, LONG w,
+                          const KAYUVMATRIX& m) {
+  chroma<true>(u, v, a, b, w, m);
+}
+
+YuvGeneralTable yuvGeneralTableFor(DWORD cpu) noexcept {
+  YuvGeneralTable t{{yuv8ToBgra_plain, yuv10ToBgra_plain},
+                    {bgraToLuma8_plain, bgraToLuma10_plain},
+                    {bgraToChroma8_plain, bgraToChroma10_plain}};
+#if defined(__x86_64__)
+  if (cpu & KACPU_AVX2)
+    t = {{yuv8ToBgra_avx2, yuv10ToBgra_avx2},
+         {bgraToLuma8_avx2, bgraToLuma10_avx2},
+         {bgraToChroma8_avx2, bgraToChroma10_avx2}};
+  if ((cpu & KACPU_AVX512F) && (cpu & KACPU_AVX2) && __builtin_cpu_supports("avx512bw") &&
+      __builtin_cpu_supports("avx512vl"))
+    t = {{yuv8ToBgra_avx512, yuv10ToBgra_avx512},
+         {bgraToLuma8_avx512, bgraToLuma10_avx512},
+         {bgraToChroma8_avx512, bgraToChroma10_avx512}};
+#else
+  (void)cpu;
+#endif
+  return t;
+}
+
+const YuvGeneralTable& yuvGeneralTable() noexcept {
+  const DWORD gen = KaGetCPUSupportGeneration();
+  if (gTableGeneration.load(std::memory_order_acquire) != gen) {
+    std::lock_guard<std::mutex> lock(gTableLock);
+    if (gTableGeneration.load(std::memory_order_relaxed) != gen) {
+      gTable = yuvGeneralTableFor(KaGetCPUSupport(0));
+      gTableGeneration.store(gen, std::memory_order_release);
+    }
+  }
+  return gTable;
+}
+
+}  // namespace ostra::image
