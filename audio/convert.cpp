@@ -108,6 +108,7 @@ const ConverterTable& converters() {
   const DWORD features = KaGetCPUSupport(0);
   installConvertSse2(fresh->table, features);
   if (avx2Usable(features)) installConvertAvx2(fresh->table, features);
+  if (avx512Usable(features)) installConvertAvx512(fresh->table, features);
 #endif
   gConverters.store(fresh, std::memory_order_release);
   return fresh->table;
@@ -208,6 +209,8 @@ const char* variantName(Variant v) noexcept {
       return "sse2";
     case kAvx2:
       return "avx2";
+    case kAvx512:
+      return "avx512";
     default:
       return "plain";
   }
@@ -216,6 +219,17 @@ const char* variantName(Variant v) noexcept {
 bool avx2Usable(DWORD features) noexcept {
   constexpr DWORD need = KACPU_AVX | KACPU_AVX2;
   return (features & need) == need && (KaGetOSSupport(need) & need) == need;
+}
+
+bool avx512Usable(DWORD features) noexcept {
+#if defined(__x86_64__)
+  return avx2Usable(features) && (features & KACPU_AVX512F) &&
+         (KaGetOSSupport(KACPU_AVX512F) & KACPU_AVX512F) && __builtin_cpu_supports("avx512bw") &&
+         __builtin_cpu_supports("avx512vl");
+#else
+  (void)features;
+  return false;
+#endif
 }
 
 }  // namespace ostra::audio

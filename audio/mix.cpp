@@ -120,6 +120,10 @@ const MixerTable& mixers() {
   const DWORD features = KaGetCPUSupport(0);
   installMixSse2(fresh->table, features);
   if (avx2Usable(features)) installMixAvx2(fresh->table, features);
+  if (avx512Usable(features)) {
+    installMixAvx512(fresh->table, features);
+    if (__builtin_cpu_supports("avx512vbmi")) installMixAvx512Vbmi(fresh->table, features);
+  }
 #endif
   gMixers.store(fresh, std::memory_order_release);
   return fresh->table;

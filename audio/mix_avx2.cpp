@@ -7,12 +7,10 @@
 
 #include <type_traits>
 
-#include "audio/internal/tables.h"
+#include "audio/internal/mix_blocks.h"
 
 namespace ostra::audio {
 namespace {
-
-constexpr int kMaxVectorChannels = 64;
 
 inline __m256i satAdd32(__m256i a, __m256i b) {
   const __m256i sum = _mm256_add_epi32(a, b);
@@ -65,11 +63,11 @@ inline __m128i quantize(__m256d v) {
 // samples (already laid out per sample).
 struct F32F32 {
   static constexpr int block = 8, db = 4, sb = 4;
-  static constexpr bool scaled = true;
   static void unity(uint8_t* d, const uint8_t* s) {
     _mm256_storeu_ps(reinterpret_cast<float*>(d), _mm256_add_ps(loadF(d), loadF(s)));
   }
-  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
+  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+    const __m256d ga = _mm256_loadu_pd(g), gb = _mm256_loadu_pd(g + 4);
     const __m256 f = loadF(s);
     const __m256d a = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(f)), ga);
     const __m256d b = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(f, 1)), gb);
@@ -80,13 +78,13 @@ struct F32F32 {
 
 struct F64F64 {
   static constexpr int block = 8, db = 8, sb = 8;
-  static constexpr bool scaled = true;
   static void unity(uint8_t* d, const uint8_t* s) {
     auto* o = reinterpret_cast<double*>(d);
     _mm256_storeu_pd(o, _mm256_add_pd(loadD(d), loadD(s)));
     _mm256_storeu_pd(o + 4, _mm256_add_pd(loadD(d + 32), loadD(s + 32)));
   }
-  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
+  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+    const __m256d ga = _mm256_loadu_pd(g), gb = _mm256_loadu_pd(g + 4);
     auto* o = reinterpret_cast<double*>(d);
     _mm256_storeu_pd(o, _mm256_add_pd(loadD(d), _mm256_mul_pd(loadD(s), ga)));
     _mm256_storeu_pd(o + 4, _mm256_add_pd(loadD(d + 32), _mm256_mul_pd(loadD(s + 32), gb)));
@@ -95,7 +93,6 @@ struct F64F64 {
 
 struct F64F32 {
   static constexpr int block = 8, db = 8, sb = 4;
-  static constexpr bool scaled = true;
   static void unity(uint8_t* d, const uint8_t* s) {
     const __m256 f = loadF(s);
     auto* o = reinterpret_cast<double*>(d);
@@ -103,7 +100,8 @@ struct F64F32 {
     _mm256_storeu_pd(o + 4,
                      _mm256_add_pd(loadD(d + 32), _mm256_cvtps_pd(_mm256_extractf128_ps(f, 1))));
   }
-  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
+  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+    const __m256d ga = _mm256_loadu_pd(g), gb = _mm256_loadu_pd(g + 4);
     const __m256 f = loadF(s);
     const __m256d a = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(f)), ga);
     const __m256d b = _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(f, 1)), gb);
@@ -115,20 +113,19 @@ struct F64F32 {
 
 struct F32F64 {
   static constexpr int block = 8, db = 4, sb = 8;
-  static constexpr bool scaled = true;
   static void add(uint8_t* d, __m256d a, __m256d b) {
     const __m256 v = _mm256_set_m128(_mm256_cvtpd_ps(b), _mm256_cvtpd_ps(a));
     _mm256_storeu_ps(reinterpret_cast<float*>(d), _mm256_add_ps(loadF(d), v));
   }
   static void unity(uint8_t* d, const uint8_t* s) { add(d, loadD(s), loadD(s + 32)); }
-  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
+  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+    const __m256d ga = _mm256_loadu_pd(g), gb = _mm256_loadu_pd(g + 4);
     add(d, _mm256_mul_pd(loadD(s), ga), _mm256_mul_pd(loadD(s + 32), gb));
   }
 };
 
 struct F32S16 {
   static constexpr int block = 8, db = 4, sb = 2;
-  static constexpr bool scaled = true;
   static __m256i load(const uint8_t* s) {
     return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
   }
@@ -137,7 +134,8 @@ struct F32S16 {
     const __m256 v = _mm256_mul_ps(_mm256_cvtepi32_ps(load(s)), _mm256_set1_ps(1.0f / 32768.0f));
     _mm256_storeu_ps(reinterpret_cast<float*>(d), _mm256_add_ps(loadF(d), v));
   }
-  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
+  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+    const __m256d ga = _mm256_loadu_pd(g), gb = _mm256_loadu_pd(g + 4);
     const __m256i i = load(s);
     const __m256d n = _mm256_set1_pd(1.0 / 32768.0);
     const __m256d a =
@@ -151,16 +149,16 @@ struct F32S16 {
 
 struct S16S16 {
   static constexpr int block = 16, db = 2, sb = 2;
-  static constexpr bool scaled = true;
   static void unity(uint8_t* d, const uint8_t* s) {
     storeI(d, _mm256_adds_epi16(loadI(d), loadI(s)));
   }
-  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
+  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
     const __m256i v = loadI(s);
     const __m256i lo32 = _mm256_cvtepi16_epi32(_mm256_castsi256_si128(v));
     const __m256i hi32 = _mm256_cvtepi16_epi32(_mm256_extracti128_si256(v, 1));
     const __m256d n = _mm256_set1_pd(1.0 / 32768.0);
-    const __m256d gg = ga;  // every lane holds the first gain: this mixer applies only that
+    const __m256d gg =
+        _mm256_loadu_pd(g);  // every lane holds the first gain: this mixer applies only that
     auto q = [&](__m128i x) {
       return quantize<16>(_mm256_mul_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(x), n), gg));
     };
@@ -175,9 +173,9 @@ struct S16S16 {
 
 struct S32S32 {
   static constexpr int block = 8, db = 4, sb = 4;
-  static constexpr bool scaled = true;
   static void unity(uint8_t* d, const uint8_t* s) { storeI(d, satAdd32(loadI(d), loadI(s))); }
-  static void gain(uint8_t* d, const uint8_t* s, __m256d ga, __m256d gb) {
+  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+    const __m256d ga = _mm256_loadu_pd(g), gb = _mm256_loadu_pd(g + 4);
     const __m256i v = loadI(s);
     const __m256d n = _mm256_set1_pd(1.0 / 2147483648.0);
     const __m128i a = quantize<32>(
@@ -188,92 +186,63 @@ struct S32S32 {
   }
 };
 
-// Two 24-bit values sum without overflow in 32 bits, so a min/max clamp saturates them.
-inline __m256i clampSum24(__m256i a, __m256i b) {
-  const __m256i sum = _mm256_add_epi32(a, b);
-  return _mm256_max_epi32(_mm256_min_epi32(sum, _mm256_set1_epi32(8388607)),
+// A 24-bit sample held in the upper bits of a lane saturates at 0x7FFFFFFF / 0x80000000
+// exactly where the 24-bit sum would clamp, so the 32-bit saturating add serves it too.
+inline __m256i clamp24(__m256i v) {
+  return _mm256_max_epi32(_mm256_min_epi32(v, _mm256_set1_epi32(8388607)),
                           _mm256_set1_epi32(-8388608));
+}
+// Eight 24-bit values (int32 lanes) scaled by the gains, clamped to 24 bits.
+inline __m256i scaled24(__m256i v, __m256d ga, __m256d gb) {
+  const __m256d n = _mm256_set1_pd(1.0 / 8388608.0);
+  const __m128i a = quantize<24>(
+      _mm256_mul_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_castsi256_si128(v)), n), ga));
+  const __m128i b = quantize<24>(
+      _mm256_mul_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(v, 1)), n), gb));
+  return _mm256_set_m128i(b, a);
 }
 
 struct S24S24 {
   static constexpr int block = 8, db = 3, sb = 3;
-  static constexpr bool scaled = false;
   static void unity(uint8_t* d, const uint8_t* s) {
-    const __m256i sum = clampSum24(_mm256_srai_epi32(loadS24Shifted(d), 8),
-                                   _mm256_srai_epi32(loadS24Shifted(s), 8));
+    storeS24Shifted(d, satAdd32(loadS24Shifted(d), loadS24Shifted(s)));
+  }
+  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+    const __m256d ga = _mm256_loadu_pd(g), gb = _mm256_loadu_pd(g + 4);
+    const __m256i q = scaled24(_mm256_srai_epi32(loadS24Shifted(s), 8), ga, gb);
+    const __m256i sum = clamp24(_mm256_add_epi32(_mm256_srai_epi32(loadS24Shifted(d), 8), q));
     storeS24Shifted(d, _mm256_slli_epi32(sum, 8));
   }
-  static void gain(uint8_t*, const uint8_t*, __m256d, __m256d) {}
 };
 
+// The low byte of a 24-in-32 sample is not part of its value and is written as 0.
 struct S24in32S24in32 {
   static constexpr int block = 8, db = 4, sb = 4;
-  static constexpr bool scaled = false;
   static void unity(uint8_t* d, const uint8_t* s) {
-    const __m256i sum = clampSum24(_mm256_srai_epi32(loadI(d), 8), _mm256_srai_epi32(loadI(s), 8));
+    const __m256i m = _mm256_set1_epi32(int32_t(0xFFFFFF00u));
+    const __m256i sum = satAdd32(_mm256_and_si256(loadI(d), m), _mm256_and_si256(loadI(s), m));
+    storeI(d, _mm256_and_si256(sum, m));  // 0x7FFFFFFF keeps its low byte
+  }
+  static void gain(uint8_t* d, const uint8_t* s, const double* g) {
+    const __m256d ga = _mm256_loadu_pd(g), gb = _mm256_loadu_pd(g + 4);
+    const __m256i q = scaled24(_mm256_srai_epi32(loadI(s), 8), ga, gb);
+    const __m256i sum = clamp24(_mm256_add_epi32(_mm256_srai_epi32(loadI(d), 8), q));
     storeI(d, _mm256_slli_epi32(sum, 8));
   }
-  static void gain(uint8_t*, const uint8_t*, __m256d, __m256d) {}
 };
-
-template <class K, int DI, int SI>
-void mixAvx2(void* dest, const void* src, int32_t n, int32_t channels, const double* gains) {
-  const MixFn plain = kPlainMixers.fn[DI][SI];
-  if (dest == src || n <= 0 || !dest || !src) return;
-  if (channels <= 0 || !gains) return plain(dest, src, n, channels, gains);
-  if constexpr (std::is_same_v<K, S16S16>) channels = 1;
-  bool unity = true;
-  for (int32_t c = 0; c < channels && unity; ++c) unity = gains[c] == 1.0;
-  if (!unity && (!K::scaled || channels > kMaxVectorChannels))
-    return plain(dest, src, n, channels, gains);
-
-  auto* d = static_cast<uint8_t*>(dest);
-  auto* s = static_cast<const uint8_t*>(src);
-  const int32_t whole = n / K::block * K::block;
-  int32_t i = 0;
-  if (unity) {
-    for (; i < whole; i += K::block) K::unity(d + i * K::db, s + i * K::sb);
-    return plain(d + i * K::db, s + i * K::sb, n - i, channels, gains);
-  }
-  // Gains laid out per sample: table[k] = gains[k % channels], long enough that a block,
-  // or the plain mixer's run of `channels` gains, starting at any phase reads contiguously.
-  alignas(32) double table[2 * kMaxVectorChannels + 16];
-  for (int32_t k = 0; k < 2 * channels + K::block; ++k) table[k] = gains[k % channels];
-  int32_t phase = 0;
-  const int32_t step = K::block % channels;
-  if (step == 0) {  // 1, 2, 4 or 8 channels: every block starts on channel 0
-    const __m256d ga = _mm256_loadu_pd(table), gb = _mm256_loadu_pd(table + 4);
-    for (; i < whole; i += K::block) K::gain(d + i * K::db, s + i * K::sb, ga, gb);
-  } else {
-    for (; i < whole; i += K::block) {
-      K::gain(d + i * K::db, s + i * K::sb, _mm256_loadu_pd(table + phase),
-              _mm256_loadu_pd(table + phase + 4));
-      phase += step;
-      if (phase >= channels) phase -= channels;
-    }
-  }
-  // The plain mixer starts at channel 0: hand it the gains rotated to this phase.
-  plain(d + i * K::db, s + i * K::sb, n - i, channels, table + phase);
-}
-
-template <class K, int DI, int SI>
-void put(MixerTable& t) {
-  t.fn[DI][SI] = &mixAvx2<K, DI, SI>;
-  t.variant[DI][SI] = kAvx2;
-}
 
 }  // namespace
 
 void installMixAvx2(MixerTable& t, DWORD) noexcept {
-  put<F32F32, kF32, kF32>(t);
-  put<F64F64, kF64, kF64>(t);
-  put<F64F32, kF64, kF32>(t);
-  put<F32F64, kF32, kF64>(t);
-  put<F32S16, kF32, kS16>(t);
-  put<S16S16, kS16, kS16>(t);
-  put<S32S32, kS32, kS32>(t);
-  put<S24S24, kS24, kS24>(t);
-  put<S24in32S24in32, kS24in32, kS24in32>(t);
+  putMixer<F32F32, kF32, kF32, kAvx2>(t);
+  putMixer<F64F64, kF64, kF64, kAvx2>(t);
+  putMixer<F64F32, kF64, kF32, kAvx2>(t);
+  putMixer<F32F64, kF32, kF64, kAvx2>(t);
+  putMixer<F32S16, kF32, kS16, kAvx2>(t);
+  putMixer<S16S16, kS16, kS16, kAvx2, true>(t);
+  putMixer<S32S32, kS32, kS32, kAvx2>(t);
+  putMixer<S24S24, kS24, kS24, kAvx2>(t);
+  putMixer<S24in32S24in32, kS24in32, kS24in32, kAvx2>(t);
 }
 
 }  // namespace ostra::audio

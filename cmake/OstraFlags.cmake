@@ -41,7 +41,8 @@ set(OSTRA_ISA_sse41 -msse4.1)
 set(OSTRA_ISA_avx -mavx)
 set(OSTRA_ISA_avx2 -mavx2 -mfma -mbmi2)
 set(OSTRA_ISA_avx512 -mavx512f -mavx512bw -mavx512vl -mavx2 -mfma)
-set(OSTRA_ISA_LIST sse2 ssse3 sse41 avx avx2 avx512)
+set(OSTRA_ISA_avx512vbmi -mavx512f -mavx512bw -mavx512vl -mavx512vbmi -mavx2 -mfma)
+set(OSTRA_ISA_LIST sse2 ssse3 sse41 avx avx2 avx512 avx512vbmi)
 
 set_property(GLOBAL PROPERTY OSTRA_OBJECT_LIBS "")
 

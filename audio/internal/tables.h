@@ -13,7 +13,7 @@ using CopyFn = KAAUDIO_COPYFUNCTION;
 using MixFn = void (*)(void* dest, const void* src, int32_t samples, int32_t channels,
                        const double* gains);
 
-enum Variant : uint8_t { kPlain = 0, kSse2 = 1, kAvx2 = 2 };
+enum Variant : uint8_t { kPlain = 0, kSse2 = 1, kAvx2 = 2, kAvx512 = 3 };
 const char* variantName(Variant v) noexcept;
 
 // Table positions of the sample types; the mixer uses the first eight.
@@ -56,9 +56,15 @@ void installConvertSse2(ConverterTable& table, DWORD features) noexcept;
 void installConvertAvx2(ConverterTable& table, DWORD features) noexcept;
 void installMixSse2(MixerTable& table, DWORD features) noexcept;
 void installMixAvx2(MixerTable& table, DWORD features) noexcept;
+void installConvertAvx512(ConverterTable& table, DWORD features) noexcept;
+void installMixAvx512(MixerTable& table, DWORD features) noexcept;
+// Overrides the packed 24-bit mixer where AVX-512 VBMI byte permutes exist.
+void installMixAvx512Vbmi(MixerTable& table, DWORD features) noexcept;
 #endif
 
 // True when the processor and the operating system allow AVX2 code.
 bool avx2Usable(DWORD features) noexcept;
+// True when AVX-512 F, BW and VL code may run (besides AVX2).
+bool avx512Usable(DWORD features) noexcept;
 
 }  // namespace ostra::audio

@@ -1,0 +1,293 @@
+// AVX-512 converters (F, BW, VL) for the same pairs as the AVX2 file, sixteen samples
+// per block. Compiled with AVX-512 for this file only; chosen by the converter table
+// when the processor and the host allow it.
+//
+// The arithmetic is the AVX2 file's, lane for lane: single precision only where no
+// rounding can differ from the plain double-precision converter (integers of at most 24
+// bits, power-of-two scales, a 24-bit value times a single-precision gain), clamps as
+// min(hi, x) so that NaN reaches the integer conversion and becomes INT32_MIN, lower
+// bounds applied to integers. Packed 24-bit blocks are read and written with byte masks,
+// so no byte outside the 48 of a block is touched.
+// GCC 12's AVX-512 headers start some conversions from an undefined vector and then warn
+// about it; the warning is about the header, not this code.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#include <immintrin.h>
+
+#include <type_traits>
+
+#include "audio/internal/tables.h"
+
+namespace ostra::audio {
+namespace {
+
+constexpr int kBlock = 16;
+
+struct TU8 {
+  static constexpr int bytes = 1, bits = 8;
+};
+struct TS16 {
+  static constexpr int bytes = 2, bits = 16;
+};
+struct TS24 {
+  static constexpr int bytes = 3, bits = 24;
+};
+struct TS32 {
+  static constexpr int bytes = 4, bits = 32;
+};
+struct TS24in32 {
+  static constexpr int bytes = 4, bits = 24;
+};
+struct TF32 {
+  static constexpr int bytes = 4, bits = 32;
+};
+struct TF64 {
+  static constexpr int bytes = 8, bits = 64;
+};
+
+constexpr __mmask64 kS24Bytes = 0x0000FFFFFFFFFFFFull;  // 16 samples of 3 bytes
+
+// Sixteen packed 24-bit samples, each in the upper three bytes of its lane (low byte 0).
+inline __m512i loadS24High(const uint8_t* p) {
+  const __m512i v = _mm512_maskz_loadu_epi8(kS24Bytes, p);
+  // Lane k of 16 bytes receives block bytes 12k..12k+11 (dwords 3k..3k+2).
+  const __m512i spread = _mm512_permutexvar_epi32(
+      _mm512_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0), v);
+  const __m512i shuf =
+      _mm512_broadcast_i32x4(_mm_setr_epi8(-1, 0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11));
+  return _mm512_shuffle_epi8(spread, shuf);
+}
+// The inverse: the upper three bytes of each lane become 48 packed bytes.
+inline void storeS24High(uint8_t* p, __m512i v) {
+  const __m512i shuf = _mm512_broadcast_i32x4(
+      _mm_setr_epi8(1, 2, 3, 5, 6, 7, 9, 10, 11, 13, 14, 15, -1, -1, -1, -1));
+  const __m512i packed = _mm512_permutexvar_epi32(
+      _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0),
+      _mm512_shuffle_epi8(v, shuf));
+  _mm512_mask_storeu_epi8(p, kS24Bytes, packed);
+}
+
+// Sixteen integer samples as int32 values of their own width.
+template <class S>
+inline __m512i loadInt(const uint8_t* p) {
+  if constexpr (std::is_same_v<S, TU8>) {
+    const __m128i b = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)),
+                                    _mm_set1_epi8(char(0x80)));
+    return _mm512_cvtepi8_epi32(b);
+  } else if constexpr (std::is_same_v<S, TS16>) {
+    return _mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+  } else if constexpr (std::is_same_v<S, TS24>) {
+    return _mm512_srai_epi32(loadS24High(p), 8);
+  } else if constexpr (std::is_same_v<S, TS24in32>) {
+    return _mm512_srai_epi32(_mm512_loadu_si512(p), 8);
+  } else {
+    return _mm512_loadu_si512(p);
+  }
+}
+
+// Sixteen int32 values, already within the type's range (16 bits: saturated here).
+template <class D>
+inline void storeInt(uint8_t* p, __m512i v) {
+  if constexpr (std::is_same_v<D, TS16>) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), _mm512_cvtsepi32_epi16(v));
+  } else if constexpr (std::is_same_v<D, TS24>) {
+    storeS24High(p, _mm512_slli_epi32(v, 8));
+  } else if constexpr (std::is_same_v<D, TS24in32>) {
+    _mm512_storeu_si512(p, _mm512_slli_epi32(v, 8));
+  } else {
+    _mm512_storeu_si512(p, v);
+  }
+}
+
+template <class T>
+constexpr float kNormF = 1.0f / float(1ll << (T::bits - 1));
+template <class T>
+constexpr double kNormD = 1.0 / double(1ll << (T::bits - 1));
+template <class T>
+constexpr double kScaleD = double(1ll << (T::bits - 1));
+
+inline __m256 low(__m512 v) { return _mm512_castps512_ps256(v); }
+inline __m256 high(__m512 v) {
+  return _mm256_castpd_ps(_mm512_extractf64x4_pd(_mm512_castps_pd(v), 1));
+}
+inline __m512 join(__m256 a, __m256 b) {
+  return _mm512_castpd_ps(
+      _mm512_insertf64x4(_mm512_castpd256_pd512(_mm256_castps_pd(a)), _mm256_castps_pd(b), 1));
+}
+
+template <class S>
+inline __m512 loadF(const uint8_t* p) {
+  if constexpr (std::is_same_v<S, TF32>)
+    return _mm512_loadu_ps(p);
+  else
+    return _mm512_mul_ps(_mm512_cvtepi32_ps(loadInt<S>(p)), _mm512_set1_ps(kNormF<S>));
+}
+
+// Normalised double precision, samples 0-7 in a and 8-15 in b.
+template <class S>
+inline void loadD(const uint8_t* p, __m512d& a, __m512d& b) {
+  if constexpr (std::is_same_v<S, TF64>) {
+    a = _mm512_loadu_pd(p);
+    b = _mm512_loadu_pd(p + 64);
+  } else if constexpr (std::is_same_v<S, TF32>) {
+    const __m512 f = _mm512_loadu_ps(p);
+    a = _mm512_cvtps_pd(low(f));
+    b = _mm512_cvtps_pd(high(f));
+  } else {
+    const __m512i v = loadInt<S>(p);
+    const __m512d n = _mm512_set1_pd(kNormD<S>);
+    a = _mm512_mul_pd(_mm512_cvtepi32_pd(_mm512_castsi512_si256(v)), n);
+    b = _mm512_mul_pd(_mm512_cvtepi32_pd(_mm512_extracti64x4_epi64(v, 1)), n);
+  }
+}
+
+template <class D>
+inline __m512i quantizeF(__m512 v) {
+  const float scale = float(1ll << (D::bits - 1));
+  const __m512 x = _mm512_mul_ps(v, _mm512_set1_ps(scale));
+  if constexpr (D::bits == 32) {
+    // Lanes at or above 2^31 convert to 0x80000000; flipping every bit gives 0x7FFFFFFF.
+    const __mmask16 over = _mm512_cmp_ps_mask(x, _mm512_set1_ps(2147483648.0f), _CMP_GE_OQ);
+    const __m512i r = _mm512_cvtps_epi32(x);
+    return _mm512_mask_xor_epi32(r, over, r, _mm512_set1_epi32(-1));
+  } else {
+    const __m512i r = _mm512_cvtps_epi32(_mm512_min_ps(_mm512_set1_ps(scale - 1.0f), x));
+    if constexpr (D::bits == 16) return r;  // the narrowing store saturates
+    return _mm512_max_epi32(r, _mm512_set1_epi32(-int32_t(scale)));
+  }
+}
+
+template <class D>
+inline void storeF(uint8_t* p, __m512 v) {
+  if constexpr (std::is_same_v<D, TF32>) {
+    _mm512_storeu_ps(p, v);
+  } else if constexpr (std::is_same_v<D, TF64>) {
+    _mm512_storeu_pd(p, _mm512_cvtps_pd(low(v)));
+    _mm512_storeu_pd(p + 64, _mm512_cvtps_pd(high(v)));
+  } else {
+    storeInt<D>(p, quantizeF<D>(v));
+  }
+}
+
+template <class D>
+inline __m256i quantizeD(__m512d v) {
+  const __m512d x = _mm512_mul_pd(v, _mm512_set1_pd(kScaleD<D>));
+  const __m256i r = _mm512_cvtpd_epi32(_mm512_min_pd(_mm512_set1_pd(kScaleD<D> - 1.0), x));
+  if constexpr (D::bits == 16 || D::bits == 32) return r;
+  return _mm256_max_epi32(r, _mm256_set1_epi32(-int32_t(kScaleD<D>)));
+}
+
+template <class D>
+inline void storeD(uint8_t* p, __m512d a, __m512d b) {
+  if constexpr (std::is_same_v<D, TF64>) {
+    _mm512_storeu_pd(p, a);
+    _mm512_storeu_pd(p + 64, b);
+  } else if constexpr (std::is_same_v<D, TF32>) {
+    _mm512_storeu_ps(p, join(_mm512_cvtpd_ps(a), _mm512_cvtpd_ps(b)));
+  } else {
+    storeInt<D>(p, _mm512_inserti64x4(_mm512_castsi256_si512(quantizeD<D>(a)), quantizeD<D>(b), 1));
+  }
+}
+
+template <class D, class S, bool Unity>
+constexpr bool kSingle = std::is_same_v<S, TF32> ||
+                         (std::is_same_v<D, TF32> && (!std::is_same_v<S, TS32> || Unity) &&
+                          !std::is_same_v<S, TF64>);
+
+// K consecutive blocks, every load before any store (see the AVX2 file: this is what
+// keeps in-place conversion correct).
+template <class D, class S, bool Unity, int K>
+inline void group(uint8_t* d, const uint8_t* s, float gain) {
+  constexpr int db = D::bytes * kBlock, sb = S::bytes * kBlock;
+  if constexpr (kSingle<D, S, Unity>) {
+    __m512 v[K];
+    for (int k = 0; k < K; ++k) {
+      v[k] = loadF<S>(s + k * sb);
+      if constexpr (!Unity) v[k] = _mm512_mul_ps(v[k], _mm512_set1_ps(gain));
+    }
+    for (int k = 0; k < K; ++k) storeF<D>(d + k * db, v[k]);
+  } else {
+    __m512d a[K], b[K];
+    for (int k = 0; k < K; ++k) {
+      loadD<S>(s + k * sb, a[k], b[k]);
+      if constexpr (!Unity) {
+        const __m512d g = _mm512_set1_pd(double(gain));
+        a[k] = _mm512_mul_pd(a[k], g);
+        b[k] = _mm512_mul_pd(b[k], g);
+      }
+    }
+    for (int k = 0; k < K; ++k) storeD<D>(d + k * db, a[k], b[k]);
+  }
+}
+
+constexpr int kGroup = 4;
+
+template <class D, class S, bool Unity>
+inline void blocks(uint8_t* d, const uint8_t* s, int32_t count, float gain) {
+  constexpr int db = D::bytes * kBlock, sb = S::bytes * kBlock;
+  if constexpr (D::bytes > S::bytes) {
+    int32_t i = count;
+    for (; i >= kGroup; i -= kGroup)
+      group<D, S, Unity, kGroup>(d + (i - kGroup) * db, s + (i - kGroup) * sb, gain);
+    for (; i > 0; --i) group<D, S, Unity, 1>(d + (i - 1) * db, s + (i - 1) * sb, gain);
+  } else {
+    int32_t i = 0;
+    for (; i + kGroup <= count; i += kGroup)
+      group<D, S, Unity, kGroup>(d + i * db, s + i * sb, gain);
+    for (; i < count; ++i) group<D, S, Unity, 1>(d + i * db, s + i * sb, gain);
+  }
+}
+
+template <class D, class S, int DI, int SI>
+void convertAvx512(void* dest, const void* src, int32_t n, float gain) {
+  if (n <= 0 || !dest || !src) return;
+  auto* d = static_cast<uint8_t*>(dest);
+  auto* s = static_cast<const uint8_t*>(src);
+  const int32_t whole = n / kBlock, rest = n - whole * kBlock;
+  const CopyFn plain = kPlainConverters.fn[DI][SI];
+  if constexpr (D::bytes > S::bytes) {
+    if (gain == 1.0f)
+      blocks<D, S, true>(d + rest * D::bytes, s + rest * S::bytes, whole, gain);
+    else
+      blocks<D, S, false>(d + rest * D::bytes, s + rest * S::bytes, whole, gain);
+    plain(d, s, rest, gain);
+  } else {
+    if (gain == 1.0f)
+      blocks<D, S, true>(d, s, whole, gain);
+    else
+      blocks<D, S, false>(d, s, whole, gain);
+    plain(d + whole * kBlock * D::bytes, s + whole * kBlock * S::bytes, rest, gain);
+  }
+}
+
+template <class D, class S, int DI, int SI>
+void put(ConverterTable& t) {
+  t.fn[DI][SI] = &convertAvx512<D, S, DI, SI>;
+  t.variant[DI][SI] = kAvx512;
+}
+
+}  // namespace
+
+void installConvertAvx512(ConverterTable& t, DWORD) noexcept {
+  put<TF32, TS16, kF32, kS16>(t);
+  put<TF32, TS24, kF32, kS24>(t);
+  put<TF32, TS32, kF32, kS32>(t);
+  put<TF32, TS24in32, kF32, kS24in32>(t);
+  put<TF32, TU8, kF32, kU8>(t);
+  put<TF32, TF64, kF32, kF64>(t);
+  put<TF64, TS16, kF64, kS16>(t);
+  put<TF64, TS24, kF64, kS24>(t);
+  put<TF64, TS32, kF64, kS32>(t);
+  put<TF64, TS24in32, kF64, kS24in32>(t);
+  put<TF64, TF32, kF64, kF32>(t);
+  put<TS16, TF32, kS16, kF32>(t);
+  put<TS24, TF32, kS24, kF32>(t);
+  put<TS32, TF32, kS32, kF32>(t);
+  put<TS24in32, TF32, kS24in32, kF32>(t);
+  put<TS16, TF64, kS16, kF64>(t);
+  put<TS24, TF64, kS24, kF64>(t);
+  put<TS32, TF64, kS32, kF64>(t);
+  put<TS24in32, TF64, kS24in32, kF64>(t);
+}
+
+}  // namespace ostra::audio

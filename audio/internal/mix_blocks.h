@@ -1,0 +1,62 @@
+// The block driver of the vector mixers, included by each instruction-set file. It holds
+// only templates in an anonymous namespace and is instantiated with that file's own
+// kernels, so no code compiled for one instruction set can stand in for another's.
+//
+// A kernel K has `block` (samples per call), `db` and `sb` (bytes per destination and
+// source sample), unity(d, s) and gain(d, s, g) where g points at the gains of the
+// block's samples, one per sample.
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+
+#include "audio/internal/tables.h"
+
+namespace ostra::audio {
+namespace {
+
+constexpr int kMaxVectorChannels = 64;
+
+// Mixes with K's whole blocks and hands the rest to the plain mixer; `firstGainOnly`
+// applies gains[0] to every channel (the 16-bit mixer's rule).
+template <class K, int DI, int SI, bool FirstGainOnly = false>
+void mixBlocks(void* dest, const void* src, int32_t n, int32_t channels, const double* gains) {
+  const MixFn plain = kPlainMixers.fn[DI][SI];
+  if (dest == src || n <= 0 || !dest || !src) return;
+  if (channels <= 0 || !gains) return plain(dest, src, n, channels, gains);
+  if constexpr (FirstGainOnly) channels = 1;
+  bool unity = true;
+  for (int32_t c = 0; c < channels && unity; ++c) unity = gains[c] == 1.0;
+  if (!unity && channels > kMaxVectorChannels) return plain(dest, src, n, channels, gains);
+
+  auto* d = static_cast<uint8_t*>(dest);
+  auto* s = static_cast<const uint8_t*>(src);
+  const int32_t whole = n / K::block * K::block;
+  int32_t i = 0;
+  if (unity) {
+    for (; i < whole; i += K::block) K::unity(d + i * K::db, s + i * K::sb);
+    return plain(d + i * K::db, s + i * K::sb, n - i, channels, gains);
+  }
+  // Gains laid out per sample: table[k] = gains[k % channels], long enough that a block,
+  // or the plain mixer's run of `channels` gains, starting at any phase reads contiguously.
+  alignas(64) double table[2 * kMaxVectorChannels + K::block];
+  for (int32_t k = 0; k < 2 * channels + K::block; ++k) table[k] = gains[k % channels];
+  int32_t phase = 0;
+  const int32_t step = K::block % channels;
+  for (; i < whole; i += K::block) {
+    K::gain(d + i * K::db, s + i * K::sb, table + phase);
+    phase += step;
+    if (phase >= channels) phase -= channels;
+  }
+  // The plain mixer starts at channel 0: hand it the gains rotated to this phase.
+  plain(d + i * K::db, s + i * K::sb, n - i, channels, table + phase);
+}
+
+template <class K, int DI, int SI, Variant V, bool FirstGainOnly = false>
+void putMixer(MixerTable& t) {
+  t.fn[DI][SI] = &mixBlocks<K, DI, SI, FirstGainOnly>;
+  t.variant[DI][SI] = V;
+}
+
+}  // namespace
+}  // namespace ostra::audio
