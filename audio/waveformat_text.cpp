@@ -1,10 +1,10 @@
 // Display texts of sample types, bit depths and whole formats, composed from the
 // localized templates of the kernel's string tables (numbers 2000-2099).
+#include <initializer_list>
 #include <string>
-#include <variant>
-#include <vector>
 
 #include "kernel/internal/strings.h"
+#include "kernel/internal/wformat.h"
 #include "ostra/kaaudio.h"
 
 namespace {
@@ -66,30 +66,17 @@ const char16_t* localized(DWORD id) {
   return s ? s : englishFallback(id);
 }
 
-using Arg = std::variant<long long, std::u16string>;
+using ostra::kernel::WArg;
 
-// Fills %d and %s in order; %% is a percent sign. Anything else is copied as it is.
-std::u16string format(const char16_t* pattern, const std::vector<Arg>& args) {
+// The kernel's formatter checks each field against its argument, so a translated
+// template with a wrong field yields the text up to that field, never garbage.
+std::u16string format(const char16_t* pattern, std::initializer_list<WArg> args) {
   std::u16string out;
-  size_t next = 0;
-  for (const char16_t* p = pattern; *p; ++p) {
-    if (*p != u'%' || (p[1] != u'd' && p[1] != u's' && p[1] != u'%')) {
-      out += *p;
-      continue;
-    }
-    ++p;
-    if (*p == u'%') {
-      out += u'%';
-    } else if (next < args.size()) {
-      const Arg& a = args[next++];
-      if (const auto* n = std::get_if<long long>(&a)) {
-        for (char c : std::to_string(*n)) out += char16_t(c);
-      } else {
-        out += std::get<std::u16string>(a);
-      }
-    }
-  }
+  ostra::kernel::formatWide(out, pattern, args.begin(), args.size());
   return out;
+}
+std::u16string format(const char16_t* pattern, long long n) {
+  return format(pattern, {WArg::sint(n)});
 }
 
 int deliver(const std::u16string& s, KAWCHAR* text, int capacity) {
@@ -108,10 +95,10 @@ std::u16string sampleTypeText(KASAMPLETYPE type) {
     case KASAMPLE_PCM16:
     case KASAMPLE_PCM24:
     case KASAMPLE_PCM32:
-      return format(localized(kTextBits), {KaAudio_BitsFromSampleType(type)});
+      return format(localized(kTextBits), KaAudio_BitsFromSampleType(type));
     case KASAMPLE_FLOAT32:
     case KASAMPLE_FLOAT64:
-      return format(localized(kTextBitsFloat), {KaAudio_BitsFromSampleType(type)});
+      return format(localized(kTextBitsFloat), KaAudio_BitsFromSampleType(type));
     case KASAMPLE_PCM24IN32:
       return localized(kTextUnpacked24);
     case KASAMPLE_PCM8SIGNED:
@@ -119,11 +106,11 @@ std::u16string sampleTypeText(KASAMPLETYPE type) {
     case KASAMPLE_MAC16:
     case KASAMPLE_MAC24:
     case KASAMPLE_MAC32:
-      return format(localized(kTextBitsMac), {KaAudio_BitsFromSampleType(type)});
+      return format(localized(kTextBitsMac), KaAudio_BitsFromSampleType(type));
     case KASAMPLE_RA16:
-      return format(localized(kTextBitsRa), {16});
+      return format(localized(kTextBitsRa), 16);
     case KASAMPLE_RA24:
-      return format(localized(kTextBitsRa), {24});
+      return format(localized(kTextBitsRa), 24);
     default:
       return {};
   }
@@ -153,7 +140,7 @@ std::u16string bitDepthText(KASAMPLETYPE type, bool precision) {
       bits = KaAudio_BitsFromSampleType(type);
   }
   if (bits == 0) return {};
-  return format(localized(kTextBits), {bits});
+  return format(localized(kTextBits), bits);
 }
 
 }  // namespace
@@ -178,18 +165,21 @@ int KaAudio_GetBitDepthText(KASAMPLETYPE type, BOOL precision, KAWCHAR* text,
 int KaAudio_GetAttribsText(const _kawaveformat* kwf, KAWCHAR* text, int capacity) noexcept {
   try {
     if (!kwf) return deliver({}, text, capacity);
-    const std::u16string rate = format(localized(kTextHertz), {(long long)kwf->nSamplesPerSec});
-    const std::u16string kind =
-        kwf->IsCompressed() ? format(localized(kTextCompressed), {(long long)kwf->wFormatTag})
-                            : sampleTypeText(kwf->SampleType);
+    const std::u16string rate = format(localized(kTextHertz), (long long)kwf->nSamplesPerSec);
+    const std::u16string kind = kwf->IsCompressed()
+                                    ? format(localized(kTextCompressed), (long long)kwf->wFormatTag)
+                                    : sampleTypeText(kwf->SampleType);
     std::u16string channels;
     if (kwf->nChannels == 1)
       channels = localized(kTextMono);
     else if (kwf->nChannels == 2)
       channels = localized(kTextStereo);
     else
-      channels = format(localized(kTextChannels), {(long long)kwf->nChannels});
-    return deliver(format(localized(kTextAttribs), {rate, kind, channels}), text, capacity);
+      channels = format(localized(kTextChannels), (long long)kwf->nChannels);
+    return deliver(
+        format(localized(kTextAttribs),
+               {WArg::wide(rate.c_str()), WArg::wide(kind.c_str()), WArg::wide(channels.c_str())}),
+        text, capacity);
   } catch (...) {
     return deliver({}, text, capacity);
   }
