@@ -117,13 +117,8 @@ inline bool hasChroma(const Layout& l) {
   }
 }
 inline DWORD load16(const BYTE* p) { return DWORD(p[0]) | (DWORD(p[1]) << 8); }
-inline DWORD load32(const BYTE* p) {
-  DWORD v;
-  std::memcpy(&v, p, 4);
-  return v;
-}
 
-void readRow(const Layout& l, const BYTE* f, LONG y, const Row& r) {
+void readRow(const Layout& l, const YuvGeneralTable& t, const BYTE* f, LONG y, const Row& r) {
   const LONG w = l.width, pairs = w / 2;
   const KAYUVPLANES& p = l.planes;
   const BYTE* luma = f + size_t(y) * p.lumaStride;
@@ -139,24 +134,9 @@ void readRow(const Layout& l, const BYTE* f, LONG y, const Row& r) {
       }
       return;
     }
-    case Kind::V210: {
-      // Samples run U Y V Y ... in 10 bits, three to a little-endian word, 16 bytes per 6 pixels.
-      int16_t stream[12];
-      for (LONG g = 0; g < (w + 5) / 6; ++g) {
-        for (int k = 0; k < 4; ++k) {
-          const DWORD word = load32(luma + 16 * size_t(g) + 4 * k);
-          for (int j = 0; j < 3; ++j) stream[3 * k + j] = int16_t((word >> (10 * j)) & 1023);
-        }
-        for (int q = 0; q < 3 && 3 * g + q < pairs; ++q) {
-          const LONG i = 3 * g + q;
-          r.u[i] = stream[4 * q];
-          r.y[2 * i] = stream[4 * q + 1];
-          r.v[i] = stream[4 * q + 2];
-          r.y[2 * i + 1] = stream[4 * q + 3];
-        }
-      }
+    case Kind::V210:
+      t.fromV210(r.y, r.u, r.v, luma, w);
       return;
-    }
     default:
       break;
   }
@@ -198,7 +178,7 @@ inline void store16(BYTE* p, int v) {
   p[1] = BYTE(v >> 8);
 }
 
-void writeLuma(const Layout& l, BYTE* f, LONG y, const Row& r) {
+void writeLuma(const Layout& l, const YuvGeneralTable& t, BYTE* f, LONG y, const Row& r) {
   const LONG w = l.width, pairs = w / 2;
   BYTE* luma = f + size_t(y) * l.planes.lumaStride;
   switch (l.kind) {
@@ -213,24 +193,10 @@ void writeLuma(const Layout& l, BYTE* f, LONG y, const Row& r) {
       }
       return;
     }
-    case Kind::V210: {
+    case Kind::V210:
       std::memset(luma, 0, l.planes.lumaStride);
-      for (LONG g = 0; g < (w + 5) / 6; ++g) {
-        DWORD stream[12] = {};
-        for (int q = 0; q < 3 && 3 * g + q < pairs; ++q) {
-          const LONG i = 3 * g + q;
-          stream[4 * q] = DWORD(r.u[i]);
-          stream[4 * q + 1] = DWORD(r.y[2 * i]);
-          stream[4 * q + 2] = DWORD(r.v[i]);
-          stream[4 * q + 3] = DWORD(r.y[2 * i + 1]);
-        }
-        for (int k = 0; k < 4; ++k) {
-          const DWORD word = stream[3 * k] | (stream[3 * k + 1] << 10) | (stream[3 * k + 2] << 20);
-          std::memcpy(luma + 16 * size_t(g) + 4 * k, &word, 4);
-        }
-      }
+      t.toV210(luma, r.y, r.u, r.v, w);
       return;
-    }
     default:
       break;
   }
@@ -308,12 +274,13 @@ HRESULT KaYUV_YUVToRGB(void* rgb, LONG rgbStride, const void* yuv, size_t yuvByt
   const UyvyCoeffs k = uyvyCoeffs(colourSpace, width, height);
   Scratch s;
   if (!s.init(width)) return E_OUTOFMEMORY;
-  const YuvToBgraRowFn toBgra = yuvGeneralTable().toBgra[l.tenBit];
+  const YuvGeneralTable& t = yuvGeneralTable();
+  const YuvToBgraRowFn toBgra = t.toBgra[l.tenBit];
   const bool par = int64_t(width) * height >= 32768;
 #pragma omp parallel for schedule(static) if (par)
   for (LONG y = 0; y < height; ++y) {
     const Row r = s.row();
-    readRow(l, f, y, r);
+    readRow(l, t, f, y, r);
     toBgra(d + ptrdiff_t(y) * rgbStride, r.y, r.u, r.v, width, k);
   }
   return S_OK;
@@ -341,7 +308,7 @@ HRESULT KaYUV_RGBToYUV(void* yuv, size_t yuvBytes, DWORD fourcc, const void* rgb
       const Row r = s.row();
       luma(r.y, srcRow(y), width, m);
       chroma(r.u, r.v, srcRow(y), nullptr, width, m);
-      writeLuma(l, f, y, r);
+      writeLuma(l, t, f, y, r);
       writeChroma(l, f, DWORD(y), r);
     }
     return S_OK;
@@ -359,10 +326,10 @@ HRESULT KaYUV_RGBToYUV(void* yuv, size_t yuvBytes, DWORD fourcc, const void* rgb
       writeChroma(l, f, DWORD(j), r);
     }
     luma(r.y, srcRow(y0), width, m);
-    writeLuma(l, f, y0, r);
+    writeLuma(l, t, f, y0, r);
     if (pair) {
       luma(r.y, srcRow(y1), width, m);
-      writeLuma(l, f, y1, r);
+      writeLuma(l, t, f, y1, r);
     }
   }
   return S_OK;

@@ -178,4 +178,85 @@ void bgraToChroma10_avx2(int16_t* u, int16_t* v, const BYTE* a, const BYTE* b, L
   chroma<true>(u, v, a, b, w, m);
 }
 
+// v210, two groups (12 pixels, one per lane) per step. Each field is a variable shift of
+// its word and a mask; packus and a byte shuffle put them in sample order. Steps run only
+// while pixels follow them, so the overlapping chroma stores (each writes one sample too
+// many, which the next step or the plain tail rewrites) and loads stay inside the row.
+void v210ToSamples_avx2(int16_t* y, int16_t* u, int16_t* v, const BYTE* src, LONG w) {
+  const __m256i mask = _mm256_set1_epi32(1023);
+  // Per group: Y0 Y1 Y3 Y4 from the first shifts, Y2 and Y5 from the second; U0 U1 U2 and
+  // V0 V1 V2 likewise.
+  const __m256i yA = _mm256_setr_epi32(10, 0, 10, 0, 10, 0, 10, 0),
+                yB = _mm256_setr_epi32(0, 20, 0, 20, 0, 20, 0, 20),
+                uS = _mm256_setr_epi32(0, 10, 20, 0, 0, 10, 20, 0),
+                vS = _mm256_setr_epi32(20, 0, 0, 10, 20, 0, 0, 10);
+  const __m256i yOrder =
+      _mm256_setr_epi8(0, 1, 2, 3, 10, 11, 4, 5, 6, 7, 14, 15, -1, -1, -1, -1,  //
+                       0, 1, 2, 3, 10, 11, 4, 5, 6, 7, 14, 15, -1, -1, -1, -1);
+  const __m256i uvOrder =
+      _mm256_setr_epi8(0, 1, 2, 3, 4, 5, -1, -1, 8, 9, 12, 13, 14, 15, -1, -1,  //
+                       0, 1, 2, 3, 4, 5, -1, -1, 8, 9, 12, 13, 14, 15, -1, -1);
+  const __m256i compact = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
+  LONG x = 0;
+  for (; x + 12 < w; x += 12, src += 32) {
+    const __m256i words = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src));
+    auto field = [&](__m256i shifts) {
+      return _mm256_and_si256(_mm256_srlv_epi32(words, shifts), mask);
+    };
+    const __m256i ys = _mm256_permutevar8x32_epi32(
+        _mm256_shuffle_epi8(_mm256_packus_epi32(field(yA), field(yB)), yOrder), compact);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x), _mm256_castsi256_si128(ys));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(y + x + 8), _mm256_extracti128_si256(ys, 1));
+    const __m256i uv = _mm256_shuffle_epi8(_mm256_packus_epi32(field(uS), field(vS)), uvOrder);
+    const __m128i first = _mm256_castsi256_si128(uv), second = _mm256_extracti128_si256(uv, 1);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(u + x / 2), first);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(u + x / 2 + 3), second);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(v + x / 2), _mm_srli_si128(first, 8));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(v + x / 2 + 3), _mm_srli_si128(second, 8));
+  }
+  if (x < w) v210ToSamples_plain(y + x, u + x / 2, v + x / 2, src, w - x);
+}
+
+// The reverse: words are field0 | field1 << 10 | field2 << 20 with, per group, field0 =
+// U0 Y1 V1 Y4, field1 = Y0 U1 Y3 V2, field2 = V0 Y2 U2 Y5, gathered by byte shuffles from
+// the luma (Y0..Y5 per lane) and chroma (U0..U2, V0..V2 per lane) samples.
+void samplesToV210_avx2(BYTE* dst, const int16_t* y, const int16_t* u, const int16_t* v, LONG w) {
+  const __m256i y0 =
+      _mm256_setr_epi8(-1, -1, -1, -1, 2, 3, -1, -1, -1, -1, -1, -1, 8, 9, -1, -1,  //
+                       -1, -1, -1, -1, 2, 3, -1, -1, -1, -1, -1, -1, 8, 9, -1, -1);
+  const __m256i c0 =
+      _mm256_setr_epi8(0, 1, -1, -1, -1, -1, -1, -1, 10, 11, -1, -1, -1, -1, -1, -1,  //
+                       0, 1, -1, -1, -1, -1, -1, -1, 10, 11, -1, -1, -1, -1, -1, -1);
+  const __m256i y1 =
+      _mm256_setr_epi8(0, 1, -1, -1, -1, -1, -1, -1, 6, 7, -1, -1, -1, -1, -1, -1,  //
+                       0, 1, -1, -1, -1, -1, -1, -1, 6, 7, -1, -1, -1, -1, -1, -1);
+  const __m256i c1 =
+      _mm256_setr_epi8(-1, -1, -1, -1, 2, 3, -1, -1, -1, -1, -1, -1, 12, 13, -1, -1,  //
+                       -1, -1, -1, -1, 2, 3, -1, -1, -1, -1, -1, -1, 12, 13, -1, -1);
+  const __m256i y2 =
+      _mm256_setr_epi8(-1, -1, -1, -1, 4, 5, -1, -1, -1, -1, -1, -1, 10, 11, -1, -1,  //
+                       -1, -1, -1, -1, 4, 5, -1, -1, -1, -1, -1, -1, 10, 11, -1, -1);
+  const __m256i c2 =
+      _mm256_setr_epi8(8, 9, -1, -1, -1, -1, -1, -1, 4, 5, -1, -1, -1, -1, -1, -1,  //
+                       8, 9, -1, -1, -1, -1, -1, -1, 4, 5, -1, -1, -1, -1, -1, -1);
+  LONG x = 0;
+  for (; x + 12 < w; x += 12, dst += 32) {
+    const __m256i ys = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(y + x + 6),
+                                           reinterpret_cast<const __m128i*>(y + x));
+    auto chroma = [&](LONG at) {
+      return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(u + at)),
+                                _mm_loadl_epi64(reinterpret_cast<const __m128i*>(v + at)));
+    };
+    const __m256i cs = _mm256_set_m128i(chroma(x / 2 + 3), chroma(x / 2));
+    auto field = [&](__m256i fromY, __m256i fromC) {
+      return _mm256_or_si256(_mm256_shuffle_epi8(ys, fromY), _mm256_shuffle_epi8(cs, fromC));
+    };
+    const __m256i words =
+        _mm256_or_si256(field(y0, c0), _mm256_or_si256(_mm256_slli_epi32(field(y1, c1), 10),
+                                                       _mm256_slli_epi32(field(y2, c2), 20)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), words);
+  }
+  if (x < w) samplesToV210_plain(dst, y + x, u + x / 2, v + x / 2, w - x);
+}
+
 }  // namespace ostra::image

@@ -2,6 +2,7 @@
 // table that swaps in the vector ones by processor feature.
 #include <atomic>
 #include <cmath>
+#include <cstring>
 #include <mutex>
 
 #include "image/internal/yuv_general.h"
@@ -66,6 +67,12 @@ void chroma(int16_t* u, int16_t* v, const BYTE* a, const BYTE* b, LONG w, const 
   }
 }
 
+inline DWORD load32(const BYTE* p) {
+  DWORD v;
+  std::memcpy(&v, p, 4);
+  return v;
+}
+
 std::mutex gTableLock;
 std::atomic<DWORD> gTableGeneration{~0u};
 YuvGeneralTable gTable;
@@ -95,20 +102,63 @@ void bgraToChroma10_plain(int16_t* u, int16_t* v, const BYTE* a, const BYTE* b, 
   chroma<true>(u, v, a, b, w, m);
 }
 
+// Samples run U Y V Y ... in 10 bits, three to a little-endian word, 16 bytes per 6 pixels.
+void v210ToSamples_plain(int16_t* y, int16_t* u, int16_t* v, const BYTE* src, LONG w) {
+  const LONG pairs = w / 2;
+  int16_t stream[12];
+  for (LONG g = 0; g < (w + 5) / 6; ++g) {
+    for (int k = 0; k < 4; ++k) {
+      const DWORD word = load32(src + 16 * size_t(g) + 4 * k);
+      for (int j = 0; j < 3; ++j) stream[3 * k + j] = int16_t((word >> (10 * j)) & 1023);
+    }
+    for (int q = 0; q < 3 && 3 * g + q < pairs; ++q) {
+      const LONG i = 3 * g + q;
+      u[i] = stream[4 * q];
+      y[2 * i] = stream[4 * q + 1];
+      v[i] = stream[4 * q + 2];
+      y[2 * i + 1] = stream[4 * q + 3];
+    }
+  }
+}
+
+void samplesToV210_plain(BYTE* dst, const int16_t* y, const int16_t* u, const int16_t* v, LONG w) {
+  const LONG pairs = w / 2;
+  for (LONG g = 0; g < (w + 5) / 6; ++g) {
+    DWORD stream[12] = {};
+    for (int q = 0; q < 3 && 3 * g + q < pairs; ++q) {
+      const LONG i = 3 * g + q;
+      stream[4 * q] = DWORD(u[i]);
+      stream[4 * q + 1] = DWORD(y[2 * i]);
+      stream[4 * q + 2] = DWORD(v[i]);
+      stream[4 * q + 3] = DWORD(y[2 * i + 1]);
+    }
+    for (int k = 0; k < 4; ++k) {
+      const DWORD word = stream[3 * k] | (stream[3 * k + 1] << 10) | (stream[3 * k + 2] << 20);
+      std::memcpy(dst + 16 * size_t(g) + 4 * k, &word, 4);
+    }
+  }
+}
+
 YuvGeneralTable yuvGeneralTableFor(DWORD cpu) noexcept {
   YuvGeneralTable t{{yuv8ToBgra_plain, yuv10ToBgra_plain},
                     {bgraToLuma8_plain, bgraToLuma10_plain},
-                    {bgraToChroma8_plain, bgraToChroma10_plain}};
+                    {bgraToChroma8_plain, bgraToChroma10_plain},
+                    v210ToSamples_plain,
+                    samplesToV210_plain};
 #if defined(__x86_64__)
   if (cpu & KACPU_AVX2)
     t = {{yuv8ToBgra_avx2, yuv10ToBgra_avx2},
          {bgraToLuma8_avx2, bgraToLuma10_avx2},
-         {bgraToChroma8_avx2, bgraToChroma10_avx2}};
+         {bgraToChroma8_avx2, bgraToChroma10_avx2},
+         v210ToSamples_avx2,
+         samplesToV210_avx2};
   if ((cpu & KACPU_AVX512F) && (cpu & KACPU_AVX2) && __builtin_cpu_supports("avx512bw") &&
       __builtin_cpu_supports("avx512vl"))
     t = {{yuv8ToBgra_avx512, yuv10ToBgra_avx512},
          {bgraToLuma8_avx512, bgraToLuma10_avx512},
-         {bgraToChroma8_avx512, bgraToChroma10_avx512}};
+         {bgraToChroma8_avx512, bgraToChroma10_avx512},
+         v210ToSamples_avx2,
+         samplesToV210_avx2};
 #else
   (void)cpu;
 #endif

@@ -24,11 +24,19 @@ using BgraToLumaRowFn = void (*)(int16_t* y, const BYTE* src, LONG width, const 
 using BgraToChromaRowFn = void (*)(int16_t* u, int16_t* v, const BYTE* a, const BYTE* b, LONG width,
                                    const KAYUVMATRIX& m);
 
+// One v210 row (groups of 6 pixels in 16 bytes, a partial last group included) to samples
+// and back. The writer fills whole groups, leaving fields of missing pixels zero.
+using V210ToSamplesFn = void (*)(int16_t* y, int16_t* u, int16_t* v, const BYTE* src, LONG width);
+using SamplesToV210Fn = void (*)(BYTE* dst, const int16_t* y, const int16_t* u, const int16_t* v,
+                                 LONG width);
+
 // [0] 8-bit samples, [1] 10-bit samples.
 struct YuvGeneralTable {
   YuvToBgraRowFn toBgra[2];
   BgraToLumaRowFn luma[2];
   BgraToChromaRowFn chroma[2];
+  V210ToSamplesFn fromV210;
+  SamplesToV210Fn toV210;
 };
 
 #define OSTRA_YUV_GENERAL_KERNELS(suffix)                                                \
@@ -44,9 +52,13 @@ struct YuvGeneralTable {
                                const KAYUVMATRIX&);
 
 OSTRA_YUV_GENERAL_KERNELS(plain)
+void v210ToSamples_plain(int16_t*, int16_t*, int16_t*, const BYTE*, LONG);
+void samplesToV210_plain(BYTE*, const int16_t*, const int16_t*, const int16_t*, LONG);
 #if defined(__x86_64__)
 OSTRA_YUV_GENERAL_KERNELS(avx2)
 OSTRA_YUV_GENERAL_KERNELS(avx512)
+void v210ToSamples_avx2(int16_t*, int16_t*, int16_t*, const BYTE*, LONG);
+void samplesToV210_avx2(BYTE*, const int16_t*, const int16_t*, const int16_t*, LONG);
 #endif
 
 // The table for a feature mask (tests and benchmarks pass masks to reach each variant);
