@@ -117,6 +117,74 @@ inline bool hasChroma(const Layout& l) {
   }
 }
 inline DWORD load16(const BYTE* p) { return DWORD(p[0]) | (DWORD(p[1]) << 8); }
+inline void store16(BYTE* p, int v) {
+  p[0] = BYTE(v);
+  p[1] = BYTE(v >> 8);
+}
+
+// The copies between frame bytes and sample rows take restrict parameters: without them
+// the compiler must assume that a byte store may change a sample row (or the reverse)
+// and leaves the loops scalar. 10-bit samples sit in the top bits of 16-bit words.
+template <bool Ten>
+inline int16_t get(const BYTE* p) {
+  return Ten ? int16_t(load16(p) >> 6) : int16_t(*p);
+}
+template <bool Ten>
+inline void put(BYTE* p, int v) {
+  if constexpr (Ten)
+    store16(p, v << 6);
+  else
+    *p = BYTE(v);
+}
+template <bool Ten>
+void readPlane(int16_t* __restrict d, const BYTE* __restrict s, LONG n) {
+  for (LONG i = 0; i < n; ++i) d[i] = get<Ten>(s + (Ten ? 2 : 1) * size_t(i));
+}
+template <bool Ten>
+void writePlane(BYTE* __restrict d, const int16_t* __restrict s, LONG n) {
+  for (LONG i = 0; i < n; ++i) put<Ten>(d + (Ten ? 2 : 1) * size_t(i), s[i]);
+}
+// Interleaved chroma: U V U V ...
+template <bool Ten>
+void readPairs(int16_t* __restrict u, int16_t* __restrict v, const BYTE* __restrict s, LONG n) {
+  constexpr size_t k = Ten ? 2 : 1;
+  for (LONG i = 0; i < n; ++i) {
+    u[i] = get<Ten>(s + 2 * k * size_t(i));
+    v[i] = get<Ten>(s + 2 * k * size_t(i) + k);
+  }
+}
+template <bool Ten>
+void writePairs(BYTE* __restrict d, const int16_t* __restrict u, const int16_t* __restrict v,
+                LONG n) {
+  constexpr size_t k = Ten ? 2 : 1;
+  for (LONG i = 0; i < n; ++i) {
+    put<Ten>(d + 2 * k * size_t(i), u[i]);
+    put<Ten>(d + 2 * k * size_t(i) + k, v[i]);
+  }
+}
+// Packed 4:2:2: U Y V Y ("UYVY") or Y U Y V ("YUYV").
+template <int Yo>
+void readPacked(int16_t* __restrict y, int16_t* __restrict u, int16_t* __restrict v,
+                const BYTE* __restrict s, LONG pairs) {
+  constexpr int co = 1 - Yo;
+  for (LONG i = 0; i < pairs; ++i, s += 4) {
+    u[i] = s[co];
+    y[2 * i] = s[Yo];
+    v[i] = s[co + 2];
+    y[2 * i + 1] = s[Yo + 2];
+  }
+}
+template <int Yo>
+void writePacked(BYTE* __restrict d, const int16_t* __restrict y, const int16_t* __restrict u,
+                 const int16_t* __restrict v, LONG pairs) {
+  constexpr int co = 1 - Yo;
+  for (LONG i = 0; i < pairs; ++i, d += 4) {
+    d[co] = BYTE(u[i]);
+    d[Yo] = BYTE(y[2 * i]);
+    d[co + 2] = BYTE(v[i]);
+    d[Yo + 2] = BYTE(y[2 * i + 1]);
+  }
+}
 
 void readRow(const Layout& l, const YuvGeneralTable& t, const BYTE* f, LONG y, const Row& r) {
   const LONG w = l.width, pairs = w / 2;
@@ -124,26 +192,18 @@ void readRow(const Layout& l, const YuvGeneralTable& t, const BYTE* f, LONG y, c
   const BYTE* luma = f + size_t(y) * p.lumaStride;
   switch (l.kind) {
     case Kind::Uyvy:
-    case Kind::Yuyv: {
-      const int yo = l.kind == Kind::Uyvy ? 1 : 0, co = 1 - yo;
-      for (LONG i = 0; i < pairs; ++i, luma += 4) {
-        r.u[i] = luma[co];
-        r.y[2 * i] = luma[yo];
-        r.v[i] = luma[co + 2];
-        r.y[2 * i + 1] = luma[yo + 2];
-      }
+      readPacked<1>(r.y, r.u, r.v, luma, pairs);
       return;
-    }
+    case Kind::Yuyv:
+      readPacked<0>(r.y, r.u, r.v, luma, pairs);
+      return;
     case Kind::V210:
       t.fromV210(r.y, r.u, r.v, luma, w);
       return;
     default:
       break;
   }
-  if (l.tenBit)
-    for (LONG x = 0; x < w; ++x) r.y[x] = int16_t(load16(luma + 2 * x) >> 6);
-  else
-    for (LONG x = 0; x < w; ++x) r.y[x] = luma[x];
+  (l.tenBit ? readPlane<true> : readPlane<false>)(r.y, luma, w);
   if (!hasChroma(l)) {
     const int16_t mid = l.tenBit ? 512 : 128;
     std::fill(r.u, r.u + pairs, mid);
@@ -154,28 +214,12 @@ void readRow(const Layout& l, const YuvGeneralTable& t, const BYTE* f, LONG y, c
   if (l.kind == Kind::Planar420 || l.kind == Kind::Planar422) {
     const BYTE* u = f + p.uOffset + cy * p.chromaStride;
     const BYTE* v = f + p.vOffset + cy * p.vStride;
-    for (LONG i = 0; i < pairs; ++i) {
-      r.u[i] = u[i];
-      r.v[i] = v[i];
-    }
-  } else if (l.kind == Kind::Nv12) {
-    const BYTE* c = f + p.uOffset + cy * p.chromaStride;
-    for (LONG i = 0; i < pairs; ++i) {
-      r.u[i] = c[2 * i];
-      r.v[i] = c[2 * i + 1];
-    }
-  } else {  // P010, P210
-    const BYTE* c = f + p.uOffset + cy * p.chromaStride;
-    for (LONG i = 0; i < pairs; ++i) {
-      r.u[i] = int16_t(load16(c + 4 * i) >> 6);
-      r.v[i] = int16_t(load16(c + 4 * i + 2) >> 6);
-    }
+    readPlane<false>(r.u, u, pairs);
+    readPlane<false>(r.v, v, pairs);
+  } else {  // NV12, P010, P210
+    (l.tenBit ? readPairs<true> : readPairs<false>)(r.u, r.v, f + p.uOffset + cy * p.chromaStride,
+                                                    pairs);
   }
-}
-
-inline void store16(BYTE* p, int v) {
-  p[0] = BYTE(v);
-  p[1] = BYTE(v >> 8);
 }
 
 void writeLuma(const Layout& l, const YuvGeneralTable& t, BYTE* f, LONG y, const Row& r) {
@@ -183,16 +227,11 @@ void writeLuma(const Layout& l, const YuvGeneralTable& t, BYTE* f, LONG y, const
   BYTE* luma = f + size_t(y) * l.planes.lumaStride;
   switch (l.kind) {
     case Kind::Uyvy:
-    case Kind::Yuyv: {
-      const int yo = l.kind == Kind::Uyvy ? 1 : 0, co = 1 - yo;
-      for (LONG i = 0; i < pairs; ++i, luma += 4) {
-        luma[co] = BYTE(r.u[i]);
-        luma[yo] = BYTE(r.y[2 * i]);
-        luma[co + 2] = BYTE(r.v[i]);
-        luma[yo + 2] = BYTE(r.y[2 * i + 1]);
-      }
+      writePacked<1>(luma, r.y, r.u, r.v, pairs);
       return;
-    }
+    case Kind::Yuyv:
+      writePacked<0>(luma, r.y, r.u, r.v, pairs);
+      return;
     case Kind::V210:
       std::memset(luma, 0, l.planes.lumaStride);
       t.toV210(luma, r.y, r.u, r.v, w);
@@ -200,10 +239,7 @@ void writeLuma(const Layout& l, const YuvGeneralTable& t, BYTE* f, LONG y, const
     default:
       break;
   }
-  if (l.tenBit)
-    for (LONG x = 0; x < w; ++x) store16(luma + 2 * x, r.y[x] << 6);
-  else
-    for (LONG x = 0; x < w; ++x) luma[x] = BYTE(r.y[x]);
+  (l.tenBit ? writePlane<true> : writePlane<false>)(luma, r.y, w);
 }
 
 void writeChroma(const Layout& l, BYTE* f, DWORD cy, const Row& r) {
@@ -212,22 +248,11 @@ void writeChroma(const Layout& l, BYTE* f, DWORD cy, const Row& r) {
   if (l.kind == Kind::Planar420 || l.kind == Kind::Planar422) {
     BYTE* u = f + p.uOffset + size_t(cy) * p.chromaStride;
     BYTE* v = f + p.vOffset + size_t(cy) * p.vStride;
-    for (LONG i = 0; i < pairs; ++i) {
-      u[i] = BYTE(r.u[i]);
-      v[i] = BYTE(r.v[i]);
-    }
-  } else if (l.kind == Kind::Nv12) {
-    BYTE* c = f + p.uOffset + size_t(cy) * p.chromaStride;
-    for (LONG i = 0; i < pairs; ++i) {
-      c[2 * i] = BYTE(r.u[i]);
-      c[2 * i + 1] = BYTE(r.v[i]);
-    }
-  } else if (l.kind == Kind::P010 || l.kind == Kind::P210) {
-    BYTE* c = f + p.uOffset + size_t(cy) * p.chromaStride;
-    for (LONG i = 0; i < pairs; ++i) {
-      store16(c + 4 * i, r.u[i] << 6);
-      store16(c + 4 * i + 2, r.v[i] << 6);
-    }
+    writePlane<false>(u, r.u, pairs);
+    writePlane<false>(v, r.v, pairs);
+  } else if (l.kind == Kind::Nv12 || l.kind == Kind::P010 || l.kind == Kind::P210) {
+    (l.tenBit ? writePairs<true> : writePairs<false>)(f + p.uOffset + size_t(cy) * p.chromaStride,
+                                                      r.u, r.v, pairs);
   }
 }
 
