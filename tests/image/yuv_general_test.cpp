@@ -250,25 +250,28 @@ TEST(YuvGeneral, EveryVariantGivesThePlainBytes) {
 
 TEST(YuvGeneral, TableFollowsTheAllowedFeatures) {
   using namespace ostra::image;
-  auto expect = [](YuvToBgraRowFn toBgra, BgraToLumaRowFn luma, BgraToChromaRowFn chroma) {
+  auto expect = [](YuvToBgraRowFn toBgra, BgraToLumaRowFn luma, BgraToChromaRowFn chroma,
+                   V210ToSamplesFn fromV210) {
     const YuvGeneralTable& t = yuvGeneralTable();
     EXPECT_EQ(t.toBgra[0], toBgra);
     EXPECT_EQ(t.luma[1], luma);
     EXPECT_EQ(t.chroma[0], chroma);
+    EXPECT_EQ(t.fromV210, fromV210);
   };
 #if defined(__x86_64__)
   if (!(KaGetCPUSupport(0) & KACPU_AVX2)) GTEST_SKIP() << "no AVX2";
   const bool avx512 = (KaGetCPUSupport(0) & KACPU_AVX512F) && __builtin_cpu_supports("avx512bw") &&
                       __builtin_cpu_supports("avx512vl");
-  if (avx512) expect(yuv8ToBgra_avx512, bgraToLuma10_avx512, bgraToChroma8_avx512);
+  if (avx512)
+    expect(yuv8ToBgra_avx512, bgraToLuma10_avx512, bgraToChroma8_avx512, v210ToSamples_avx2);
   KaDisallowCPUSupport(KACPU_AVX512F);
-  expect(yuv8ToBgra_avx2, bgraToLuma10_avx2, bgraToChroma8_avx2);
+  expect(yuv8ToBgra_avx2, bgraToLuma10_avx2, bgraToChroma8_avx2, v210ToSamples_avx2);
   KaDisallowCPUSupport(KACPU_AVX2);
-  expect(yuv8ToBgra_plain, bgraToLuma10_plain, bgraToChroma8_plain);
+  expect(yuv8ToBgra_plain, bgraToLuma10_plain, bgraToChroma8_plain, v210ToSamples_plain);
   KaAllowCPUSupport(KACPU_AVX2 | KACPU_AVX512F);
 #endif
   KaDisallowCPUSupport(kVectorFeatures);
-  expect(yuv8ToBgra_plain, bgraToLuma10_plain, bgraToChroma8_plain);
+  expect(yuv8ToBgra_plain, bgraToLuma10_plain, bgraToChroma8_plain, v210ToSamples_plain);
   KaAllowCPUSupport(kVectorFeatures);
 }
 
