@@ -203,7 +203,10 @@ void readRow(const Layout& l, const YuvGeneralTable& t, const BYTE* f, LONG y, c
     default:
       break;
   }
-  (l.tenBit ? readPlane<true> : readPlane<false>)(r.y, luma, w);
+  if (l.tenBit)
+    t.fromWords10(r.y, luma, w);
+  else
+    readPlane<false>(r.y, luma, w);
   if (!hasChroma(l)) {
     const int16_t mid = l.tenBit ? 512 : 128;
     std::fill(r.u, r.u + pairs, mid);
@@ -217,8 +220,11 @@ void readRow(const Layout& l, const YuvGeneralTable& t, const BYTE* f, LONG y, c
     readPlane<false>(r.u, u, pairs);
     readPlane<false>(r.v, v, pairs);
   } else {  // NV12, P010, P210
-    (l.tenBit ? readPairs<true> : readPairs<false>)(r.u, r.v, f + p.uOffset + cy * p.chromaStride,
-                                                    pairs);
+    const BYTE* c = f + p.uOffset + cy * p.chromaStride;
+    if (l.tenBit)
+      t.fromWordPairs10(r.u, r.v, c, pairs);
+    else
+      readPairs<false>(r.u, r.v, c, pairs);
   }
 }
 

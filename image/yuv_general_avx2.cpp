@@ -259,4 +259,30 @@ void samplesToV210_avx2(BYTE* dst, const int16_t* y, const int16_t* u, const int
   if (x < w) samplesToV210_plain(dst, y + x, u + x / 2, v + x / 2, w - x);
 }
 
+void words10ToSamples_avx2(int16_t* d, const BYTE* s, LONG n) {
+  LONG i = 0;
+  for (; i + 16 <= n; i += 16)
+    _mm256_storeu_si256(
+        reinterpret_cast<__m256i*>(d + i),
+        _mm256_srli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 2 * i)), 6));
+  if (i < n) words10ToSamples_plain(d + i, s + 2 * i, n - i);
+}
+
+// 16 pairs per step: per lane U U U U V V V V, then the quarters put in order.
+void wordPairs10ToSamples_avx2(int16_t* u, int16_t* v, const BYTE* s, LONG n) {
+  const __m256i split = _mm256_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15,  //
+                                         0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15);
+  auto load = [&](const BYTE* p) {
+    const __m256i w = _mm256_srli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)), 6);
+    return _mm256_permute4x64_epi64(_mm256_shuffle_epi8(w, split), 0xD8);
+  };
+  LONG i = 0;
+  for (; i + 16 <= n; i += 16) {
+    const __m256i a = load(s + 4 * size_t(i)), b = load(s + 4 * size_t(i) + 32);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(u + i), _mm256_permute2x128_si256(a, b, 0x20));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(v + i), _mm256_permute2x128_si256(a, b, 0x31));
+  }
+  if (i < n) wordPairs10ToSamples_plain(u + i, v + i, s + 4 * size_t(i), n - i);
+}
+
 }  // namespace ostra::image

@@ -139,26 +139,45 @@ void samplesToV210_plain(BYTE* dst, const int16_t* y, const int16_t* u, const in
   }
 }
 
+inline int16_t word10(const BYTE* p) { return int16_t((DWORD(p[0]) | (DWORD(p[1]) << 8)) >> 6); }
+
+void words10ToSamples_plain(int16_t* __restrict d, const BYTE* __restrict s, LONG n) {
+  for (LONG i = 0; i < n; ++i) d[i] = word10(s + 2 * size_t(i));
+}
+void wordPairs10ToSamples_plain(int16_t* __restrict u, int16_t* __restrict v,
+                                const BYTE* __restrict s, LONG n) {
+  for (LONG i = 0; i < n; ++i) {
+    u[i] = word10(s + 4 * size_t(i));
+    v[i] = word10(s + 4 * size_t(i) + 2);
+  }
+}
+
 YuvGeneralTable yuvGeneralTableFor(DWORD cpu) noexcept {
   YuvGeneralTable t{{yuv8ToBgra_plain, yuv10ToBgra_plain},
                     {bgraToLuma8_plain, bgraToLuma10_plain},
                     {bgraToChroma8_plain, bgraToChroma10_plain},
                     v210ToSamples_plain,
-                    samplesToV210_plain};
+                    samplesToV210_plain,
+                    words10ToSamples_plain,
+                    wordPairs10ToSamples_plain};
 #if defined(__x86_64__)
   if (cpu & KACPU_AVX2)
     t = {{yuv8ToBgra_avx2, yuv10ToBgra_avx2},
          {bgraToLuma8_avx2, bgraToLuma10_avx2},
          {bgraToChroma8_avx2, bgraToChroma10_avx2},
          v210ToSamples_avx2,
-         samplesToV210_avx2};
+         samplesToV210_avx2,
+         words10ToSamples_avx2,
+         wordPairs10ToSamples_avx2};
   if ((cpu & KACPU_AVX512F) && (cpu & KACPU_AVX2) && __builtin_cpu_supports("avx512bw") &&
       __builtin_cpu_supports("avx512vl"))
     t = {{yuv8ToBgra_avx512, yuv10ToBgra_avx512},
          {bgraToLuma8_avx512, bgraToLuma10_avx512},
          {bgraToChroma8_avx512, bgraToChroma10_avx512},
          v210ToSamples_avx2,
-         samplesToV210_avx2};
+         samplesToV210_avx2,
+         words10ToSamples_avx2,
+         wordPairs10ToSamples_avx2};
 #else
   (void)cpu;
 #endif

@@ -29,6 +29,10 @@ using BgraToChromaRowFn = void (*)(int16_t* u, int16_t* v, const BYTE* a, const 
 using V210ToSamplesFn = void (*)(int16_t* y, int16_t* u, int16_t* v, const BYTE* src, LONG width);
 using SamplesToV210Fn = void (*)(BYTE* dst, const int16_t* y, const int16_t* u, const int16_t* v,
                                  LONG width);
+// 10-bit samples in the top bits of little-endian words ("P010", "P210"): `n` words of a
+// plane, or `n` interleaved U, V pairs.
+using Words10ToSamplesFn = void (*)(int16_t* d, const BYTE* src, LONG n);
+using WordPairs10ToSamplesFn = void (*)(int16_t* u, int16_t* v, const BYTE* src, LONG n);
 
 // [0] 8-bit samples, [1] 10-bit samples.
 struct YuvGeneralTable {
@@ -37,6 +41,8 @@ struct YuvGeneralTable {
   BgraToChromaRowFn chroma[2];
   V210ToSamplesFn fromV210;
   SamplesToV210Fn toV210;
+  Words10ToSamplesFn fromWords10;
+  WordPairs10ToSamplesFn fromWordPairs10;
 };
 
 #define OSTRA_YUV_GENERAL_KERNELS(suffix)                                                \
@@ -54,11 +60,15 @@ struct YuvGeneralTable {
 OSTRA_YUV_GENERAL_KERNELS(plain)
 void v210ToSamples_plain(int16_t*, int16_t*, int16_t*, const BYTE*, LONG);
 void samplesToV210_plain(BYTE*, const int16_t*, const int16_t*, const int16_t*, LONG);
+void words10ToSamples_plain(int16_t*, const BYTE*, LONG);
+void wordPairs10ToSamples_plain(int16_t*, int16_t*, const BYTE*, LONG);
 #if defined(__x86_64__)
 OSTRA_YUV_GENERAL_KERNELS(avx2)
 OSTRA_YUV_GENERAL_KERNELS(avx512)
 void v210ToSamples_avx2(int16_t*, int16_t*, int16_t*, const BYTE*, LONG);
 void samplesToV210_avx2(BYTE*, const int16_t*, const int16_t*, const int16_t*, LONG);
+void words10ToSamples_avx2(int16_t*, const BYTE*, LONG);
+void wordPairs10ToSamples_avx2(int16_t*, int16_t*, const BYTE*, LONG);
 #endif
 
 // The table for a feature mask (tests and benchmarks pass masks to reach each variant);
