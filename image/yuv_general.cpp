@@ -305,7 +305,7 @@ HRESULT KaYUV_YUVToRGB(void* rgb, LONG rgbStride, const void* yuv, size_t yuvByt
   const UyvyCoeffs k = uyvyCoeffs(colourSpace, width, height);
   Scratch s;
   if (!s.init(width)) return E_OUTOFMEMORY;
-  const YuvGeneralTable& t = yuvGeneralTable();
+  const YuvGeneralTable t = yuvGeneralTable();
   const YuvToBgraRowFn toBgra = t.toBgra[l.tenBit];
   const bool par = int64_t(width) * height >= 32768;
 #pragma omp parallel for schedule(static) if (par)
@@ -328,7 +328,7 @@ HRESULT KaYUV_RGBToYUV(void* yuv, size_t yuvBytes, DWORD fourcc, const void* rgb
   auto srcRow = [&](LONG y) { return src + ptrdiff_t(y) * rgbStride; };
   Scratch s;
   if (!s.init(width)) return E_OUTOFMEMORY;
-  const YuvGeneralTable& t = yuvGeneralTable();
+  const YuvGeneralTable t = yuvGeneralTable();
   const BgraToLumaRowFn luma = t.luma[l.tenBit];
   const BgraToChromaRowFn chroma = t.chroma[l.tenBit];
   const bool par = int64_t(width) * height >= 32768;
