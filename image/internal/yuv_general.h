@@ -1,7 +1,9 @@
-// Colour kernels of the general YUV conversions (image/yuv_general.cpp) and their
+// Row kernels of the general YUV conversions (image/yuv_general.cpp) and their
 // per-processor table. The layouts are unpacked to, and packed from, rows of 16-bit
-// samples (luma per pixel, chroma per pixel pair; 0..255 or 0..1023) by plain code; these
-// kernels do the colour arithmetic between such rows and 32-bit BGRA rows.
+// samples (luma per pixel, chroma per pixel pair; 0..255 or 0..1023); the colour kernels
+// do the arithmetic between such rows and 32-bit BGRA rows. Most layouts are unpacked by
+// plain loops in yuv_general.cpp; v210 and the 10-bit word layouts, where vector code
+// pays, by kernels of this table.
 // The plain kernels define the result; the vector ones (yuv_general_avx2.cpp,
 // yuv_general_avx512.cpp) give the same bytes and are only referenced on x86-64.
 // Only declarations live here: an inline function compiled into an ISA file could be
