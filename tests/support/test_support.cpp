@@ -1,6 +1,7 @@
 #include "support/test_support.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fstream>
 #include <random>
 #include <stdexcept>
@@ -41,6 +42,32 @@ void writeFile(const std::string& path, const std::vector<uint8_t>& bytes) {
 
 std::u16string u16(const std::string& utf8) { return ostra::text::utf8ToUtf16(utf8); }
 
+std::string shellQuote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+RunResult runCommand(const std::string& commandLine) {
+  RunResult r;
+  static std::mt19937_64 rng{std::random_device{}()};
+  const auto err =
+      (std::filesystem::temp_directory_path() / ("ostra-test-err-" + std::to_string(rng())))
+          .string();
+  FILE* p = ::popen((commandLine + " 2>" + shellQuote(err)).c_str(), "r");
+  if (!p) return r;
+  char buf[65536];
+  size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+  const int st = ::pclose(p);
+  r.status = (st >= 0 && (st & 0x7f) == 0) ? (st >> 8) & 0xff : -1;
+  const auto e = readFile(err);
+  r.err.assign(e.begin(), e.end());
+  std::error_code ec;
+  std::filesystem::remove(err, ec);
+  return r;
+}
+
 namespace {
 
 struct FaultState {
@@ -52,9 +79,7 @@ struct FaultState {
 
 bool allocFails() { return ++gFaults.allocCount == gFaults.allocFailAt; }
 
-void* faultyMalloc(size_t n) {
-  return allocFails() ? nullptr : platform::realSysOps().malloc(n);
-}
+void* faultyMalloc(size_t n) { return allocFails() ? nullptr : platform::realSysOps().malloc(n); }
 void* faultyRealloc(void* p, size_t n) {
   return allocFails() ? nullptr : platform::realSysOps().realloc(p, n);
 }

@@ -30,6 +30,14 @@ std::vector<uint8_t> readFile(const std::string& path);
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes);
 std::u16string u16(const std::string& utf8);
 
+// Runs a shell command line; standard output and standard error are kept apart.
+struct RunResult {
+  int status = -1;  // the exit status, -1 when the command did not end normally
+  std::string out, err;
+};
+RunResult runCommand(const std::string& commandLine);
+std::string shellQuote(const std::string& s);
+
 // While alive, makes the Nth allocation (malloc or realloc, counted from 1) or the Nth
 // write fail; a failed write may first write `shortBytes` bytes. 0 disables a fault.
 class FaultInjection {
