@@ -4,15 +4,10 @@
 #include <cmath>
 #include <filesystem>
 
-#include "support/test_support.h"
 #include "tool_helpers.h"
 
 namespace ostra::tooltest {
 namespace {
-
-using ostra::test::readFile;
-using ostra::test::TempDir;
-using ostra::test::writeFile;
 
 nlohmann::json samples(const std::string& path) {
   return ostraJson("samples --json --count 1000000 " + q(path))["channels"];
@@ -22,8 +17,8 @@ TEST(OstraConvert, EveryTypeAndContainerRoundTrips) {
   TempDir dir;
   const std::string src = dir.file("src.wav");
   const auto v = ramp16(700);
-  writeFile(src, riff({chunk("fmt ", fmt16(1, 2, 44100, 16)),
-                       chunk("LIST", infoList({{"INAM", "Ramp"}})), chunk("data", le16(v))}));
+  writeFile(src, wave({chunk("fmt ", fmt16(1, 2, 44100, 16)), infoList({{"INAM", "Ramp"}}),
+                       chunk("data", le16(v))}));
   nlohmann::json original = samples(src);
   ASSERT_EQ(original[0].size(), 700u);
   struct Target {
@@ -39,8 +34,8 @@ TEST(OstraConvert, EveryTypeAndContainerRoundTrips) {
   for (const Target& t : targets) {
     SCOPED_TRACE(std::string(t.type) + "/" + t.container);
     const std::string out = dir.file(std::string("out-") + t.type + "." + t.container);
-    const ToolRun r = ostra("convert " + q(src) + " " + q(out) + " --type " + t.type +
-                            " --container " + t.container);
+    const RunResult r = ostra("convert " + q(src) + " " + q(out) + " --type " + t.type +
+                              " --container " + t.container);
     ASSERT_EQ(r.status, 0) << r.err;
     auto info = ostraJson("info --json " + q(out));
     ASSERT_FALSE(info.is_null());
@@ -54,7 +49,8 @@ TEST(OstraConvert, EveryTypeAndContainerRoundTrips) {
     // Back to 16 bits: exact from every type at least 16 bits wide, within one 8-bit step
     // (the top step clamps) otherwise.
     const std::string back = dir.file(std::string("back-") + t.type + "." + t.container + ".wav");
-    const ToolRun r2 = ostra("convert " + q(out) + " " + q(back) + " --type pcm16 --container wav");
+    const RunResult r2 =
+        ostra("convert " + q(out) + " " + q(back) + " --type pcm16 --container wav");
     ASSERT_EQ(r2.status, 0) << r2.err;
     auto got = samples(back);
     ASSERT_EQ(got.size(), 2u);
@@ -71,7 +67,7 @@ TEST(OstraConvert, GainRefusalsAndCleanUp) {
   TempDir dir;
   const std::string src = dir.file("src.wav");
   const auto v = ramp16(50);
-  writeFile(src, riff({chunk("fmt ", fmt16(1, 2, 8000, 16)), chunk("data", le16(v))}));
+  writeFile(src, wave({chunk("fmt ", fmt16(1, 2, 8000, 16)), chunk("data", le16(v))}));
   const std::string half = dir.file("half.wav");
   ASSERT_EQ(ostra("convert " + q(src) + " " + q(half) + " --type float64 --gain -6.020599913279624")
                 .status,
@@ -80,7 +76,7 @@ TEST(OstraConvert, GainRefusalsAndCleanUp) {
   for (size_t i = 0; i < 50; ++i) EXPECT_NEAR(h[0][i].get<double>(), v[2 * i] / 65536.0, 1e-7);
 
   auto before = readFile(src);
-  const ToolRun same = ostra("convert " + q(src) + " " + q(src) + " --type float32");
+  const RunResult same = ostra("convert " + q(src) + " " + q(src) + " --type float32");
   EXPECT_NE(same.status, 0);
   EXPECT_FALSE(same.err.empty());
   EXPECT_EQ(readFile(src), before);

@@ -3,7 +3,6 @@
 
 #include <filesystem>
 
-#include "support/test_support.h"
 #include "tool_helpers.h"
 
 namespace ostra::tooltest {
@@ -12,7 +11,7 @@ namespace {
 TEST(OstraDemo, WritesConvertsTagsAndRepairs) {
   ostra::test::TempDir dir;
   const std::string at = dir.file("demo");
-  const ToolRun r = ostra("demo --dir " + q(at));
+  const RunResult r = ostra("demo --dir " + q(at));
   ASSERT_EQ(r.status, 0) << r.err << r.out;
   struct Expect {
     const char* file;

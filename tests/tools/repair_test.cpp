@@ -2,32 +2,16 @@
 // comes back, chunks after the samples stay chunks, and sound files stay untouched.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "ostra/riff64.h"
-#include "support/test_support.h"
 #include "tool_helpers.h"
 
 namespace ostra::tooltest {
 namespace {
 
-using ostra::test::readFile;
-using ostra::test::TempDir;
-using ostra::test::writeFile;
-
 constexpr size_t kFrames = 500;
 
 void set32(Bytes& b, size_t at, uint32_t v) {
-  for (int i = 0; i < 4; ++i) b[at + i] = uint8_t(v >> (8 * i));
-}
-void putGuid(Bytes& b, const GUID& g) {
-  uint8_t raw[16];
-  std::memcpy(raw, &g, 16);
-  b.insert(b.end(), raw, raw + 16);
-}
-void put64(Bytes& b, uint64_t v) {
-  put32(b, uint32_t(v));
-  put32(b, uint32_t(v >> 32));
+  for (int i = 0; i < 4; ++i) b[at + size_t(i)] = uint8_t(v >> (8 * i));
 }
 
 struct Damage {
@@ -37,66 +21,59 @@ struct Damage {
 };
 
 std::vector<Damage> damages(const Bytes& pcm) {
-  std::vector<Damage> d;
   const Bytes partial = {0x11, 0x22, 0x33};
-  {  // the kernel's own set-up header, never rewritten, and a partial last frame
-    Bytes b = riff({chunk("fmt ", fmt18(1, 2, 44100, 16)), chunk("data", {})});
-    append(b, pcm);
-    b.push_back(0x7F);
-    d.push_back({"kernel-crash", b, false});
-  }
+  // fmt (16 or 18 bytes), an empty data chunk, then the samples.
+  auto unsized = [&](bool fmt18Form, const Bytes& before = {}) {
+    return wave({chunk("fmt ", fmt18Form ? fmt18(1, 2, 44100, 16) : fmt16(1, 2, 44100, 16)), before,
+                 chunk("data", {})})
+        .add(pcm);
+  };
+  std::vector<Damage> d;
+  // The kernel's own set-up header, never rewritten, and a partial last frame.
+  d.push_back({"kernel-crash", unsized(true).add({0x7F}), false});
   {  // a streaming writer: 16-byte fmt, INFO ahead, sizes left at 0xFFFFFFFF
-    Bytes b = riff({chunk("fmt ", fmt16(1, 2, 44100, 16)),
-                    chunk("LIST", infoList({{"INAM", "Live"}})), chunk("data", {})});
-    append(b, pcm);
-    append(b, partial);
+    Bytes b = unsized(false, infoList({{"INAM", "Live"}})).add(partial);
     set32(b, 4, 0xFFFFFFFF);
     set32(b, b.size() - pcm.size() - partial.size() - 4, 0xFFFFFFFF);
     d.push_back({"pipe-ffff", b, true});
   }
   {  // another streaming writer's guess at a huge length
-    Bytes b = riff({chunk("fmt ", fmt16(1, 2, 44100, 16)), chunk("data", {})});
-    append(b, pcm);
+    Bytes b = unsized(false);
     set32(b, 4, 0x7FFFF024);
     set32(b, 40, 0x7FFFF000);
     d.push_back({"pipe-guess", b, false});
   }
   {  // samples whose length was never written, then an INFO list appended after them
-    Bytes b = riff({chunk("fmt ", fmt18(1, 2, 44100, 16)), chunk("data", {})});
-    append(b, pcm);
-    append(b, chunk("LIST", infoList({{"INAM", "After"}, {"ICMT", "odd"}})));
+    Bytes b = unsized(true).add(infoList({{"INAM", "After"}, {"ICMT", "odd"}}));
     set32(b, 4, 0);
     d.push_back({"list-after-unsized-data", b, true});
   }
   {  // a header updated now and then: it states the first 100 frames only
-    Bytes b = riff({chunk("fmt ", fmt18(1, 2, 44100, 16)), chunk("data", {})});
-    append(b, pcm);
+    Bytes b = unsized(true);
     set32(b, 42, 400);
     set32(b, 4, 38 + 400);
     d.push_back({"interim-size", b, false});
   }
   {  // the header's first bytes destroyed: only the kernel's scan finds the samples
-    Bytes b = riff({chunk("fmt ", fmt18(1, 2, 44100, 16)), chunk("data", {})});
-    append(b, pcm);
-    std::memset(b.data(), 0, 8);
+    Bytes b = unsized(true);
+    std::fill_n(b.begin(), 8, 0);
     d.push_back({"riff-id-lost", b, false});
   }
-  {  // Wave64 set up for no samples: riff size word 130 as written, data size word 24
-    Bytes fmt = fmt18(1, 2, 44100, 16);
-    Bytes b;
-    putGuid(b, RIFF64_GUID_RIFF);
-    put64(b, 130);
-    putGuid(b, RIFF64_GUID_WAVE);
-    putGuid(b, RIFF64_GUID_FMT);
-    put64(b, 24 + 18);
-    append(b, fmt);
-    b.insert(b.end(), 6, 0);
-    putGuid(b, RIFF64_GUID_DATA);
-    put64(b, 24);
-    append(b, pcm);
-    append(b, partial);
-    d.push_back({"w64-crash.w64", b, false});
-  }
+  // Wave64 set up for no samples: riff size word 130 as written, data size word 24.
+  d.push_back({"w64-crash.w64",
+               Bytes()
+                   .guid(RIFF64_GUID_RIFF)
+                   .u64(130)
+                   .guid(RIFF64_GUID_WAVE)
+                   .guid(RIFF64_GUID_FMT)
+                   .u64(24 + 18)
+                   .add(fmt18(1, 2, 44100, 16))
+                   .zeros(6)
+                   .guid(RIFF64_GUID_DATA)
+                   .u64(24)
+                   .add(pcm)
+                   .add(partial),
+               false});
   return d;
 }
 
@@ -104,7 +81,7 @@ TEST(OstraRepair, RecoversEveryWholeFrame) {
   TempDir dir;
   const Bytes pcm = le16(ramp16(kFrames));
   writeFile(dir.file("reference.wav"),
-            riff({chunk("fmt ", fmt16(1, 2, 44100, 16)), chunk("data", pcm)}));
+            wave({chunk("fmt ", fmt16(1, 2, 44100, 16)), chunk("data", pcm)}));
   auto reference =
       ostraJson("samples --json --count 100000 " + q(dir.file("reference.wav")))["channels"];
   ASSERT_EQ(reference[0].size(), kFrames);
@@ -143,16 +120,15 @@ TEST(OstraRepair, RecoversEveryWholeFrame) {
 TEST(OstraRepair, LeavesSoundFilesAlone) {
   TempDir dir;
   const Bytes pcm = le16(ramp16(kFrames));
-  const Bytes sound =
-      riff({chunk("fmt ", fmt16(1, 2, 44100, 16)), chunk("data", pcm),
-            chunk("LIST", infoList({{"INAM", "Fine"}})), chunk("id3 ", Bytes(11, 1))});
+  const Bytes sound = wave({chunk("fmt ", fmt16(1, 2, 44100, 16)), chunk("data", pcm),
+                            infoList({{"INAM", "Fine"}}), chunk("id3 ", Bytes(11, 1))});
   writeFile(dir.file("sound.wav"), sound);
   auto rep = ostraJson("repair --json " + q(dir.file("sound.wav")));
   ASSERT_FALSE(rep.is_null());
   EXPECT_FALSE(rep["changed"].get<bool>());
   EXPECT_EQ(rep["header_length"], 44);
   EXPECT_EQ(readFile(dir.file("sound.wav")), sound);
-  const ToolRun text = ostra("repair " + q(dir.file("sound.wav")));
+  const RunResult text = ostra("repair " + q(dir.file("sound.wav")));
   EXPECT_NE(text.out.find("header length 44, data length 2000"), std::string::npos) << text.out;
   EXPECT_NE(ostra("repair " + q(dir.file("missing.wav"))).status, 0);
 }

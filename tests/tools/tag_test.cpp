@@ -1,23 +1,17 @@
 // `ostra tag` edits INFO/UNFO without moving or changing a byte of the samples.
 #include <gtest/gtest.h>
 
-#include "support/test_support.h"
 #include "tool_helpers.h"
 
 namespace ostra::tooltest {
 namespace {
-
-using ostra::test::readFile;
-using ostra::test::TempDir;
-using ostra::test::writeFile;
 
 TEST(OstraTag, EditsInPlaceOrAppendsAndNeverMovesSamples) {
   TempDir dir;
   const Bytes pcm =
       le16(ramp16(301));  // odd frame count times 4 bytes: even; add one odd file below
   const Bytes fmt = chunk("fmt ", fmt16(1, 2, 8000, 16));
-  const Bytes longList =
-      chunk("LIST", infoList({{"INAM", "A fairly long title to leave room"}, {"ICMT", "x"}}));
+  const Bytes longList = infoList({{"INAM", "A fairly long title to leave room"}, {"ICMT", "x"}});
   struct Case {
     const char* name;
     Bytes file;
@@ -25,30 +19,30 @@ TEST(OstraTag, EditsInPlaceOrAppendsAndNeverMovesSamples) {
     nlohmann::json expected;
   } cases[] = {
       {"no-list",
-       riff({fmt, chunk("data", pcm)}),
+       wave({fmt, chunk("data", pcm)}),
        "--set INAM=New --set IART=Me",
        {{"INAM", "New"}, {"IART", "Me"}}},
       {"shrinks-in-place",
-       riff({fmt, longList, chunk("data", pcm)}),
+       wave({fmt, longList, chunk("data", pcm)}),
        "--set INAM=Short --delete ICMT",
        {{"INAM", "Short"}}},
       {"grows-elsewhere",
-       riff({fmt, chunk("LIST", infoList({{"INAM", "T"}})), chunk("data", pcm)}),
+       wave({fmt, infoList({{"INAM", "T"}}), chunk("data", pcm)}),
        "--set ICMT=" + q("a comment far longer than the list it replaces"),
        {{"INAM", "T"}, {"ICMT", "a comment far longer than the list it replaces"}}},
       {"list-at-end",
-       riff({fmt, chunk("data", pcm), longList}),
+       wave({fmt, chunk("data", pcm), longList}),
        "--delete INAM --set ICRD=2026-11-22",
        {{"ICMT", "x"}, {"ICRD", "2026-11-22"}}},
       {"odd-data-no-pad",
        [&] {
-         Bytes b = riff({chunk("fmt ", fmt16(1, 1, 8000, 8)), chunk("data", Bytes{1, 2, 3})});
+         Bytes b = wave({chunk("fmt ", fmt16(1, 1, 8000, 8)), chunk("data", Bytes{1, 2, 3})});
          b.pop_back();  // the pad byte a careless writer left out
          return b;
        }(),
        "--set INAM=Odd",
        {{"INAM", "Odd"}}},
-      {"delete-all", riff({fmt, longList, chunk("data", pcm)}), "--delete INAM --delete ICMT",
+      {"delete-all", wave({fmt, longList, chunk("data", pcm)}), "--delete INAM --delete ICMT",
        nlohmann::json::object()},
   };
   for (const Case& c : cases) {
@@ -58,7 +52,7 @@ TEST(OstraTag, EditsInPlaceOrAppendsAndNeverMovesSamples) {
     auto before = ostraJson("info --json " + q(path));
     ASSERT_FALSE(before.is_null());
     const uint64_t offset = before["data"]["offset"], size = before["data"]["size"];
-    const ToolRun r = ostra("tag " + q(path) + " " + c.args);
+    const RunResult r = ostra("tag " + q(path) + " " + c.args);
     ASSERT_EQ(r.status, 0) << r.err;
     auto after = ostraJson("info --json " + q(path));
     ASSERT_FALSE(after.is_null());
@@ -76,7 +70,7 @@ TEST(OstraTag, EditsInPlaceOrAppendsAndNeverMovesSamples) {
 TEST(OstraTag, WideListsAndRefusals) {
   TempDir dir;
   const std::string path = dir.file("w.wav");
-  writeFile(path, riff({chunk("fmt ", fmt16(1, 2, 8000, 16)), chunk("data", le16(ramp16(4)))}));
+  writeFile(path, wave({chunk("fmt ", fmt16(1, 2, 8000, 16)), chunk("data", le16(ramp16(4)))}));
   ASSERT_EQ(ostra("tag --wide " + q(path) + " --set INAM=" + q("Grüße ✓")).status, 0);
   auto j = ostraJson("info --json " + q(path));
   ASSERT_FALSE(j.is_null());
@@ -84,10 +78,8 @@ TEST(OstraTag, WideListsAndRefusals) {
   EXPECT_EQ(j["info"], nlohmann::json::object());
   EXPECT_NE(ostra("tag " + q(path) + " --set NAME").status, 0);
   EXPECT_NE(ostra("tag " + q(path) + " --delete TOOLONG").status, 0);
-  Bytes be;
-  putBE16(be, 1);
-  writeFile(dir.file("a.aiff"), aiff(1, 1, 16, 8000, be));
-  const ToolRun r = ostra("tag " + q(dir.file("a.aiff")) + " --set INAM=x");
+  writeFile(dir.file("a.aiff"), aiff(1, 1, 16, 8000, Bytes().be16(1)));
+  const RunResult r = ostra("tag " + q(dir.file("a.aiff")) + " --set INAM=x");
   EXPECT_NE(r.status, 0);
   EXPECT_FALSE(r.err.empty());
 }
