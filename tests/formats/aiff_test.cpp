@@ -3,17 +3,12 @@
 #include <string>
 #include <vector>
 
+#include "format_test_support.h"
 #include "ostra/aiff.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
-#include "support/test_support.h"
-#include "wave_test_support.h"
 
-using ostra::test::readFile;
-using ostra::test::TempDir;
-using ostra::test::writeFile;
-
-using namespace wavetest;
+using namespace formatstest;
 
 namespace {
 
@@ -127,13 +122,8 @@ TEST(AiffFile, FormatFromAiffAndAifc) {
     INT64 offset = -1;
     DWORD size = 0;
     ASSERT_EQ(iff_GetAIFFWfx(f, &w, &offset, &size), S_OK) << i;
-    EXPECT_EQ(w.wFormatTag, c.tag) << i;
-    EXPECT_EQ(w.nChannels, c.channels) << i;
-    EXPECT_EQ(w.wBitsPerSample, c.bits) << i;
-    EXPECT_EQ(w.nBlockAlign, c.align) << i;
-    EXPECT_EQ(w.nSamplesPerSec, c.rate) << i;
-    EXPECT_EQ(w.nAvgBytesPerSec, c.rate * c.align) << i;
-    EXPECT_EQ(w.cbSize, 0) << i;
+    const WAVEFORMATEX expect{c.tag, c.channels, c.rate, c.rate * c.align, c.align, c.bits, 0};
+    EXPECT_EQ(Bytes().put(&w, 18), Bytes().put(&expect, 18)) << i;
     EXPECT_EQ(size, c.dataSize) << i;
     EXPECT_EQ(f.pos(), offset) << i;
     ASSERT_LE(size_t(offset) + size, c.bytes.size());

@@ -4,17 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "format_test_support.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kawave.h"
-#include "support/test_support.h"
-#include "wave_test_support.h"
 
-using ostra::test::readFile;
-using ostra::test::TempDir;
-using ostra::test::writeFile;
-
-using namespace wavetest;
+using namespace formatstest;
 
 namespace {
 

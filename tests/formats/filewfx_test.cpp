@@ -4,45 +4,21 @@
 #include <string>
 #include <vector>
 
+#include "format_test_support.h"
 #include "ostra/aiff.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kawave.h"
-#include "support/test_support.h"
-#include "wave_test_support.h"
 
-using ostra::test::readFile;
-using ostra::test::TempDir;
-using ostra::test::writeFile;
-
-using namespace wavetest;
+using namespace formatstest;
 
 namespace {
-
-void add(Bytes& b, const char* id, const Bytes& body) {
-  const Bytes c = chunk(id, body);
-  b.insert(b.end(), c.begin(), c.end());
-}
 
 struct Record {
   alignas(8) BYTE buffer[KAWAVEFORMAT_BUFFER_SIZE] = {};
   _kawaveformat* operator->() { return reinterpret_cast<_kawaveformat*>(buffer); }
   _kawaveformat* get() { return reinterpret_cast<_kawaveformat*>(buffer); }
 };
-
-Bytes fmtBytes(const void* wfx, size_t n) {
-  const auto* p = static_cast<const uint8_t*>(wfx);
-  return Bytes(p, p + n);
-}
-
-// RIFF/WAVE from chunks.
-Bytes riff(const Bytes& chunks) {
-  Bytes b = {'R', 'I', 'F', 'F', 0, 0, 0, 0, 'W', 'A', 'V', 'E'};
-  b.insert(b.end(), chunks.begin(), chunks.end());
-  const uint32_t n = uint32_t(b.size() - 8);
-  for (int i = 0; i < 4; ++i) b[4 + i] = uint8_t(n >> (8 * i));
-  return b;
-}
 
 }  // namespace
 
@@ -57,14 +33,10 @@ TEST(FileWfx, ReadsEveryContainer) {
   ASSERT_EQ(KaInitializeWav(dir.wfile("a.wav").c_str(), &cd, CREATE_ALWAYS), S_OK);
   ASSERT_EQ(KaInitializeWav64(dir.wfile("a.w64").c_str(), &cd, CREATE_ALWAYS), S_OK);
   ASSERT_EQ(KaInitializeAiff(dir.wfile("a.aif").c_str(), &be24, CREATE_ALWAYS), S_OK);
-  Bytes chunks;
-  add(chunks, "fmt ", fmtBytes(&ext, 40));
-  add(chunks, "data", {});
-  writeFile(dir.file("ext.wav"), riff(chunks));
-  chunks.clear();
-  add(chunks, "fmt ", fmtBytes(&cd, 16));  // the old 16-byte form
-  add(chunks, "data", {});
-  writeFile(dir.file("16.wav"), riff(chunks));
+  writeFile(dir.file("ext.wav"),
+            riff("WAVE", {chunk("fmt ", Bytes().put(&ext, 40)), chunk("data", Bytes())}));
+  writeFile(dir.file("16.wav"),  // the old 16-byte form
+            riff("WAVE", {chunk("fmt ", Bytes().put(&cd, 16)), chunk("data", Bytes())}));
 
   struct Case {
     const char* file;
@@ -135,13 +107,9 @@ TEST(FileWfx, RewritesInPlaceOnlyWhenTheSizeHolds) {
 TEST(FileWfx, AudioDataAndChunkList) {
   TempDir dir;
   const WAVEFORMATEX cd{WAVE_FORMAT_PCM, 2, 44100, 176400, 4, 16, 0};
-  Bytes chunks;
-  add(chunks, "fmt ", fmtBytes(&cd, 18));
-  Bytes info = {'I', 'N', 'F', 'O'};
-  add(info, "INAM", {'t', 0});
-  add(chunks, "LIST", info);
-  add(chunks, "data", Bytes(12, 7));
-  const Bytes wav = riff(chunks);
+  const Bytes wav =
+      riff("WAVE", {chunk("fmt ", Bytes().put(&cd, 18)), list("INFO", chunk("INAM", Bytes{'t', 0})),
+                    chunk("data", 12, 7)});
   writeFile(dir.file("l.wav"), wav);
   Bytes cut = wav;  // a header claiming more data than there is
   cut.resize(cut.size() - 4);

@@ -2,11 +2,11 @@
 
 #include <array>
 
+#include "format_test_support.h"
 #include "ostra/kaerror.h"
 #include "ostra/mriff.h"
-#include "riff_test_support.h"
 
-using namespace rifftest;
+using namespace formatstest;
 
 namespace {
 

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
+#include "format_test_support.h"
 #include "ostra/kaerror.h"
 #include "ostra/riff64.h"
-#include "riff_test_support.h"
 
-using namespace rifftest;
+using namespace formatstest;
 
 namespace {
 

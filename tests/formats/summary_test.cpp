@@ -3,34 +3,24 @@
 #include <string>
 #include <vector>
 
+#include "format_test_support.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kawave.h"
 #include "ostra/riff.h"
-#include "support/test_support.h"
-#include "wave_test_support.h"
 
-using ostra::test::readFile;
-using ostra::test::TempDir;
-using ostra::test::u16;
-using ostra::test::writeFile;
-
-using namespace wavetest;
+using namespace formatstest;
 
 namespace {
 
-// Live global-memory blocks, to show that every path frees what it took.
 std::u16string text(const _summarylisttag& l, DWORD id) {
   const KAWCHAR* t = KaSummary_GetItemText(&l, id);
   return t ? std::u16string(t) : u"<null>";
 }
 
-Bytes sub(const char* id, Bytes body) {
-  Bytes b(id, id + 4);
-  const uint32_t n = uint32_t(body.size());
-  for (int i = 0; i < 4; ++i) b.push_back(uint8_t(n >> (8 * i)));
-  b.insert(b.end(), body.begin(), body.end());
-  return b;
+// A chunk without the pad byte.
+Bytes sub(const char* id, const Bytes& body) {
+  return Bytes().id(id).u32(uint32_t(body.size())).add(body);
 }
 
 }  // namespace
@@ -49,12 +39,10 @@ TEST(Summary, SaveAndLoadBothEncodings) {
     File f(p);
     ASSERT_EQ(KaSummary_Save(f, &list, &written), S_OK);
   }
-  // INAM "Caf\xE9\0" (5 + pad), IART "ab\0" (3 + pad), ICMT "\0" (1 + pad).
-  Bytes expect = {'L', 'I', 'S', 'T', 4 + 14 + 12 + 10, 0, 0, 0, 'I', 'N', 'F', 'O'};
-  for (const Bytes& s : {sub("INAM", {'C', 'a', 'f', 0xE9, 0, 0}), sub("IART", {'a', 'b', 0, 0}),
-                         sub("ICMT", {0, 0})})
-    expect.insert(expect.end(), s.begin(), s.end());
-  expect[16] = 5, expect[30] = 3, expect[42] = 1;  // sizes exclude the pad byte
+  // Sizes exclude the pad byte.
+  const Bytes expect =
+      formatstest::list("INFO", {chunk("INAM", Bytes{'C', 'a', 'f', 0xE9, 0}),
+                                 chunk("IART", Bytes{'a', 'b', 0}), chunk("ICMT", Bytes{0})});
   EXPECT_EQ(readFile(p), expect);
   EXPECT_EQ(written, expect.size());
 
@@ -96,7 +84,7 @@ TEST(Summary, SaveAndLoadBothEncodings) {
     ASSERT_EQ(KaSummary_Save(f, &onlyNull, &written), S_OK);
     EXPECT_EQ(written, 12u);
   }
-  EXPECT_EQ(readFile(p), (Bytes{'L', 'I', 'S', 'T', 4, 0, 0, 0, 'I', 'N', 'F', 'O'}));
+  EXPECT_EQ(readFile(p), formatstest::list("INFO", Bytes()));
   KaSummary_Free(&list);
   KaSummary_Free(&back);
   KaSummary_Free(&onlyNull);
@@ -218,11 +206,7 @@ TEST(Summary, EditCopyCompareMerge) {
 TEST(Summary, OneTextFromAFile) {
   TempDir dir;
   const std::string p = dir.file("w.wav");
-  Bytes info = sub("IART", {'m', 'e', 0, 0});
-  Bytes list = {'L', 'I', 'S', 'T', uint8_t(4 + info.size()), 0, 0, 0, 'I', 'N', 'F', 'O'};
-  list.insert(list.end(), info.begin(), info.end());
-  Bytes file = sub("JUNK", {1, 2});
-  file.insert(file.end(), list.begin(), list.end());
+  const Bytes file = join({chunk("JUNK", 2), list("INFO", chunk("IART", Bytes{'m', 'e', 0}))});
   writeFile(p, file);
   File f(p);
   KAWCHAR buffer[8];

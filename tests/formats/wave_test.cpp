@@ -4,29 +4,18 @@
 #include <string>
 #include <vector>
 
+#include "format_test_support.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kawave.h"
 #include "ostra/riff64.h"
-#include "support/test_support.h"
-#include "wave_test_support.h"
 
-using ostra::test::readFile;
-using ostra::test::TempDir;
-using ostra::test::writeFile;
-
-using namespace wavetest;
+using namespace formatstest;
 
 namespace {
 
 const WAVEFORMATEX kCd{WAVE_FORMAT_PCM, 2, 44100, 176400, 4, 16, 0};
-
-std::string id4(const Bytes& b, size_t at) {
-  return std::string(b.begin() + at, b.begin() + at + 4);
-}
-bool guidAt(const Bytes& b, size_t at, const GUID& g) {
-  return std::memcmp(b.data() + at, &g, 16) == 0;
-}
+const Bytes kCdBytes = Bytes().put(&kCd, 18);
 
 // A file made by KaInitializeWav with `data` bytes of samples appended and the sizes
 // left as a crash would leave them.
@@ -38,21 +27,27 @@ Bytes unfinishedWav(size_t data, uint8_t fill = 0x11) {
   return b;
 }
 
+// Wave64 up to the fmt body and its pad.
+Bytes w64Head(UINT64 riffSize) {
+  return Bytes()
+      .guid(RIFF64_GUID_RIFF)
+      .u64(riffSize)
+      .guid(RIFF64_GUID_WAVE)
+      .guid(RIFF64_GUID_FMT)
+      .u64(42)
+      .add(kCdBytes)
+      .zeros(6);
+}
+
 }  // namespace
 
 TEST(WaveSetup, HeadersAsLaidOut) {
   TempDir dir;
   const auto path = dir.wfile("a.wav");
+  const std::string file = dir.file("a.wav");
+  const Bytes emptyData = Bytes().id("data").u32(0);
   ASSERT_EQ(KaInitializeWav(path.c_str(), &kCd, CREATE_ALWAYS), S_OK);
-  Bytes b = readFile(dir.file("a.wav"));
-  ASSERT_EQ(b.size(), 46u);
-  EXPECT_EQ(id4(b, 0), "RIFF");
-  EXPECT_EQ(le32(b, 4), 38u);
-  EXPECT_EQ(id4(b, 8) + id4(b, 12), "WAVEfmt ");
-  EXPECT_EQ(le32(b, 16), 18u);
-  EXPECT_EQ(0, std::memcmp(b.data() + 20, &kCd, 18));
-  EXPECT_EQ(id4(b, 38), "data");
-  EXPECT_EQ(le32(b, 42), 0u);
+  EXPECT_EQ(readFile(file), riff("WAVE", {chunk("fmt ", kCdBytes), emptyData}));
 
   struct Junk {
     DWORD asked;
@@ -61,42 +56,25 @@ TEST(WaveSetup, HeadersAsLaidOut) {
   };
   for (const Junk& j :
        {Junk{53, S_OK, 54}, Junk{54, S_OK, 54}, Junk{99, S_OK, 100}, Junk{52, E_INVALIDARG, 0}}) {
-    writeFile(dir.file("a.wav"), {1, 2, 3});
+    writeFile(file, {1, 2, 3});
     ASSERT_EQ(KaInitializeWavWithJunk(path.c_str(), &kCd, OPEN_EXISTING, j.asked), j.expect)
         << j.asked;
-    if (FAILED(j.expect)) continue;
-    b = readFile(dir.file("a.wav"));
-    ASSERT_EQ(b.size(), j.length) << j.asked;
-    EXPECT_EQ(le32(b, 4), j.length - 8);
-    EXPECT_EQ(id4(b, 38), "JUNK");
-    EXPECT_EQ(le32(b, 42), j.length - 54);
-    EXPECT_EQ(Bytes(b.begin() + 46, b.end() - 8), Bytes(j.length - 54, 0));
-    EXPECT_EQ(id4(b, j.length - 8), "data");
-    EXPECT_EQ(le32(b, j.length - 4), 0u);
+    if (SUCCEEDED(j.expect)) {
+      EXPECT_EQ(readFile(file),
+                riff("WAVE", {chunk("fmt ", kCdBytes), chunk("JUNK", j.length - 54, 0), emptyData}))
+          << j.asked;
+    }
   }
 
+  // The RIFF size is 130 as finished files expect, not 112.
   ASSERT_EQ(KaInitializeWav64(path.c_str(), &kCd, CREATE_ALWAYS), S_OK);
-  b = readFile(dir.file("a.wav"));
-  ASSERT_EQ(b.size(), 112u);
-  EXPECT_TRUE(guidAt(b, 0, RIFF64_GUID_RIFF));
-  EXPECT_EQ(le64(b, 16), 130u);  // as finished files expect, not 112
-  EXPECT_TRUE(guidAt(b, 24, RIFF64_GUID_WAVE));
-  EXPECT_TRUE(guidAt(b, 40, RIFF64_GUID_FMT));
-  EXPECT_EQ(le64(b, 56), 42u);
-  EXPECT_EQ(0, std::memcmp(b.data() + 64, &kCd, 18));
-  EXPECT_EQ(Bytes(b.begin() + 82, b.begin() + 88), Bytes(6, 0));
-  EXPECT_TRUE(guidAt(b, 88, RIFF64_GUID_DATA));
-  EXPECT_EQ(le64(b, 104), 24u);
-
+  EXPECT_EQ(readFile(file), w64Head(130).guid(RIFF64_GUID_DATA).u64(24));
   ASSERT_EQ(KaInitializeWav64WithJunk(path.c_str(), &kCd, CREATE_ALWAYS, 1100), S_OK);
-  b = readFile(dir.file("a.wav"));
+  const Bytes b = readFile(file);
   ASSERT_EQ(b.size(), 1104u);
-  EXPECT_EQ(le64(b, 16), 1104u + 24);
-  const uint8_t junkGuid[16] = {0x6A, 0x75, 0x6E, 0x6B, 0xF3, 0xAC, 0x3D, 0x11,
-                                0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A};
-  EXPECT_EQ(0, std::memcmp(b.data() + 88, junkGuid, 16));
-  EXPECT_EQ(le64(b, 104), 1104u - 136 + 24);
-  EXPECT_TRUE(guidAt(b, 1080, RIFF64_GUID_DATA));
+  EXPECT_EQ(Bytes(b.begin(), b.begin() + 112),
+            w64Head(1104 + 24).guid(RIFF64_GUID_JUNK).u64(1104 - 136 + 24));
+  EXPECT_EQ(Bytes(b.begin() + 1080, b.end()), Bytes().guid(RIFF64_GUID_DATA).u64(24));
   EXPECT_EQ(KaInitializeWav64WithJunk(path.c_str(), &kCd, CREATE_ALWAYS, 128), E_INVALIDARG);
 }
 
@@ -137,27 +115,22 @@ TEST(WaveInsert, RewritesSizesInPlace) {
     f.seek(17);
     ASSERT_EQ(KaInsertWavHeader(f, &kCd, 40, 46), S_OK);
     EXPECT_EQ(f.pos(), 17);
-    struct Bad {
-      DWORD header;
-      HRESULT expect;
-    };
-    for (const Bad& c : {Bad{47, KAERR_BAD_CHUNK}, Bad{44, KAERR_BAD_CHUNK},
-                         Bad{50, KAERR_BAD_CHUNK}, Bad{52, KAERR_BAD_CHUNK}})
-      EXPECT_EQ(KaInsertWavHeader(f, &kCd, 40, c.header), c.expect) << c.header;
+    for (DWORD header : {47u, 44u, 50u, 52u})
+      EXPECT_EQ(KaInsertWavHeader(f, &kCd, 40, header), KAERR_BAD_CHUNK) << header;
     EXPECT_EQ(KaInsertWavHeader(f, &kCd, 0xFFFFFFF0u, 46), KAERR_RIFF_TOO_LARGE);
   }
   Bytes b = readFile(p);
-  EXPECT_EQ(le32(b, 4), 78u);
-  EXPECT_EQ(le32(b, 42), 40u);
+  EXPECT_EQ(b.u32At(4), 78u);
+  EXPECT_EQ(b.u32At(42), 40u);
   {
     File f(p);
     ASSERT_EQ(KaInsertWavHeader(f, &kCd, 30, 56), S_OK);  // a JUNK header with 2 bytes
   }
   b = readFile(p);
-  EXPECT_EQ(le32(b, 4), 56u - 8 + 30);
-  EXPECT_EQ(id4(b, 38) + id4(b, 48), "JUNKdata");
-  EXPECT_EQ(le32(b, 42), 2u);
-  EXPECT_EQ(le32(b, 52), 30u);
+  EXPECT_EQ(b.u32At(4), 56u - 8 + 30);
+  EXPECT_EQ(b.idAt(38) + b.idAt(48), "JUNKdata");
+  EXPECT_EQ(b.u32At(42), 2u);
+  EXPECT_EQ(b.u32At(52), 30u);
 
   writeFile(p, Bytes(45, 0));
   {
@@ -172,12 +145,8 @@ TEST(WaveInsert, RewritesSizesInPlace) {
     ASSERT_EQ(KaInsertW64Header(f, &kCd, 56, 144), S_OK);
   }
   b = readFile(p);
-  EXPECT_EQ(le64(b, 16), 200u);
-  EXPECT_TRUE(guidAt(b, 88, RIFF64_GUID_JUNK));
-  EXPECT_EQ(le64(b, 104), 32u);
-  EXPECT_EQ(Bytes(b.begin() + 112, b.begin() + 120), Bytes(8, 0));
-  EXPECT_TRUE(guidAt(b, 120, RIFF64_GUID_DATA));
-  EXPECT_EQ(le64(b, 136), 56u + 24);
+  EXPECT_EQ(Bytes(b.begin(), b.begin() + 144),
+            w64Head(200).guid(RIFF64_GUID_JUNK).u64(32).zeros(8).guid(RIFF64_GUID_DATA).u64(80));
 }
 
 TEST(WaveRepair, FindsTheSamplesAndFixesTheHeader) {
@@ -215,9 +184,9 @@ TEST(WaveRepair, FindsTheSamplesAndFixesTheHeader) {
     }
     if (FAILED(c.expect)) continue;
     const Bytes b = readFile(p);
-    EXPECT_EQ(le32(b, 4), c.header - 8 + c.data) << c.what;
-    EXPECT_EQ(le32(b, c.header - 4), c.data) << c.what;
-    EXPECT_EQ(id4(b, c.header - 8), "data") << c.what;
+    EXPECT_EQ(b.u32At(4), c.header - 8 + c.data) << c.what;
+    EXPECT_EQ(b.u32At(c.header - 4), c.data) << c.what;
+    EXPECT_EQ(b.idAt(c.header - 8), "data") << c.what;
   }
 
   // Fields that cannot be right take the defaults; plausible ones stay.
@@ -230,15 +199,8 @@ TEST(WaveRepair, FindsTheSamplesAndFixesTheHeader) {
     File f(p);
     ASSERT_EQ(KaFixTrashedWav(f, &mono48, 1000), S_OK);
   }
-  WAVEFORMATEX fixed;
-  std::memcpy(&fixed, readFile(p).data() + 20, 18);
-  EXPECT_EQ(fixed.wFormatTag, WAVE_FORMAT_IEEE_FLOAT);
-  EXPECT_EQ(fixed.nChannels, 1);
-  EXPECT_EQ(fixed.nSamplesPerSec, 48000u);
-  EXPECT_EQ(fixed.wBitsPerSample, 32);
-  EXPECT_EQ(fixed.nBlockAlign, 4);
-  EXPECT_EQ(fixed.nAvgBytesPerSec, 192000u);
-  EXPECT_EQ(fixed.cbSize, 0);
+  const Bytes fixed = readFile(p);
+  EXPECT_EQ(Bytes(fixed.begin() + 20, fixed.begin() + 38), Bytes().put(&mono48, 18));
 }
 
 TEST(WaveRepair, Wave64) {
@@ -254,8 +216,8 @@ TEST(WaveRepair, Wave64) {
     ASSERT_EQ(KaFixTrashedW64(f, nullptr, 4099), S_OK);
   }
   b = readFile(p);
-  EXPECT_EQ(le64(b, 16), 112u + 1000);
-  EXPECT_EQ(le64(b, 104), 1000u + 24);
+  EXPECT_EQ(b.u64At(16), 112u + 1000);
+  EXPECT_EQ(b.u64At(104), 1000u + 24);
 
   // The data GUID found by the raw scan at an offset the chunk walk cannot reach.
   b.assign(112 + 4096, 0x66);
@@ -268,8 +230,8 @@ TEST(WaveRepair, Wave64) {
     ASSERT_EQ(KaFixTrashedW64(f, nullptr, 100000), S_OK);
   }
   b = readFile(p);
-  EXPECT_TRUE(guidAt(b, 2000, RIFF64_GUID_DATA));
-  EXPECT_EQ(le64(b, 2016), (112u + 4096 - 2024) / 4 * 4 + 24);
-  EXPECT_TRUE(guidAt(b, 88, RIFF64_GUID_JUNK));
-  EXPECT_EQ(le64(b, 104), 2024u - 136 + 24);
+  EXPECT_TRUE(b.guidAt(2000, RIFF64_GUID_DATA));
+  EXPECT_EQ(b.u64At(2016), (112u + 4096 - 2024) / 4 * 4 + 24);
+  EXPECT_TRUE(b.guidAt(88, RIFF64_GUID_JUNK));
+  EXPECT_EQ(b.u64At(104), 2024u - 136 + 24);
 }
