@@ -50,30 +50,18 @@ TEST_F(Errors, ReasonTable) {
     EXPECT_NE(KaErrorHandler_GetHresultString(kReasonCodes[i]), nullptr)
         << std::hex << kReasonCodes[i];
   }
+  // One text of each shape: the general one, a composite, one without the leading break,
+  // a warning and a code outside the kernel's range.
   const struct {
     uint32_t code;
     const char16_t* text;
   } telling[] = {
       {0x80004005, u"\n\nThe reason for the error could not be determined."},
-      {0x8004E000, u"\n\nAn unsupported media type was requested."},
-      {0x8004E002, u"\n\nThe disk is full. Please free some space and try again."},
-      {0x8004E00A, u"\n\nThe item was not found."},
-      {0x8004E00B, u"\n\nThe file is most likely corrupted or of an unknown format."},
-      {0x8004E00C, u"\n\nThe operation was cancelled by the user."},
       {0x8004E016, u"\n\nThe file is an unsupported format."},
-      {0x8004E080,
-       u"\n\nThe file is most likely corrupted or of an unknown format. A necessary RIFF header is "
-       u"missing."},
-      {0x8004E081,
-       u"\n\nThe file is most likely corrupted or of an unknown format. A necessary LIST header is "
-       u"missing."},
       {0x8004E082,
        u"\n\nThe file is most likely corrupted or of an unknown format. A chunk has a length of "
        u"0."},
-      {0x8004E0A3, u"\n\nUnable to build peaks.  Cannot get access to the wave file."},
       {0x8004E02A, u"The bit depth is not supported."},
-      {0x8004E02B, u"\n\nThe number of channels is not supported."},
-      {0x8004E061, u"The sample rate is not supported."},
       {0x0004E000,
        u"\n\nThe file had a problem in it; however, some content may have been recovered."},
       {0x800A0026, u"End of File is not an error."},
@@ -86,7 +74,6 @@ TEST_F(Errors, ReasonTable) {
 
 TEST_F(Errors, ContextTable) {
   using namespace ostra::kernel;
-  EXPECT_EQ(kContextCount, 57u);
   for (size_t i = 0; i < kContextCount; ++i)
     EXPECT_NE(KaErrorHandler_GetContextString(kContextNumbers[i]), nullptr) << kContextNumbers[i];
   const std::u16string general = u"An error occurred during the current operation.";
@@ -192,63 +179,37 @@ TEST_F(Errors, RegisteredTables) {
   KaLang_Close(host);
 }
 
+// The tables are searched by inclusive ranges; numbers they do not list give E_FAIL.
 TEST_F(Errors, SystemErrorTables) {
+  const auto win32 = KaErrorHandler_TranslateWin32Error;
+  const auto dlg = KaErrorHandler_TranslateCommDlgError;
   const struct {
+    HRESULT (*translate)(DWORD);
     DWORD error;
     uint32_t code;
-  } win32[] = {
-      {0, 0},
-      {1, 0x80070057},
-      {2, 0x8004E00A},
-      {3, 0x8004E00A},
-      {4, 0x8004E026},
-      {5, 0x80070005},
-      {6, 0x80070006},
-      {7, 0x80004005},
-      {14, 0x8007000E},
-      {15, 0x800404B0},
-      {32, 0x8004E05A},
-      {39, 0x8004E002},
-      {80, 0x8004E032},
-      {84, 0x8007000E},
-      {110, 0x8004E007},
-      {112, 0x8004E002},
-      {120, 0x80004001},
-      {123, 0x8004E00D},
-      {126, 0x8004E00A},
-      {127, 0x8004E00A},
-      {170, 0x8004E005},
-      {183, 0x8004E170},
-      {184, 0x80004005},
-      {536, 0x80004005},
-      {99999, 0x80004005},
+  } cases[] = {
+      {win32, 0, 0},
+      {win32, 1, 0x80070057},
+      {win32, 2, 0x8004E00A},
+      {win32, 3, 0x8004E00A},
+      {win32, 7, 0x80004005},
+      {win32, 39, 0x8004E002},
+      {win32, 40, 0x80004005},
+      {win32, 127, 0x8004E00A},
+      {win32, 183, 0x8004E170},
+      {win32, 536, 0x80004005},
+      {win32, 99999, 0x80004005},
+      {dlg, 0, 0},
+      {dlg, 4, 0x80070057},
+      {dlg, 6, 0x8004E00E},
+      {dlg, 10, 0x8007000E},
+      {dlg, 12, 0x80004005},
+      {dlg, 0x3002, 0x8004E00D},
+      {dlg, 0xFFFF, 0x80070057},
+      {dlg, 0x2001, 0x80004005},
   };
-  for (const auto& c : win32)
-    EXPECT_EQ(KaErrorHandler_TranslateWin32Error(c.error), HRESULT(c.code)) << c.error;
-  const struct {
-    DWORD error;
-    uint32_t code;
-  } dlg[] = {
-      {0, 0},
-      {1, 0x80070057},
-      {2, 0x8007000E},
-      {3, 0x80070057},
-      {4, 0x80070057},
-      {5, 0x8007000E},
-      {6, 0x8004E00E},
-      {7, 0x8007000E},
-      {10, 0x8007000E},
-      {11, 0x80070057},
-      {12, 0x80004005},
-      {0x3001, 0x8007000E},
-      {0x3002, 0x8004E00D},
-      {0x3003, 0x80070057},
-      {0x4001, 0x80070057},
-      {0xFFFF, 0x80070057},
-      {0x2001, 0x80004005},
-  };
-  for (const auto& c : dlg)
-    EXPECT_EQ(KaErrorHandler_TranslateCommDlgError(c.error), HRESULT(c.code)) << c.error;
+  for (const auto& c : cases)
+    EXPECT_EQ(c.translate(c.error), HRESULT(c.code)) << (c.translate == win32) << " " << c.error;
 }
 
 // Every errno a file or memory call can report becomes a code that has a text.

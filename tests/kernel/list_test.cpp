@@ -281,9 +281,9 @@ TEST_F(List, SearchesAndSortedSearches) {
   struct Case {
     int key, first, count, found, insertAt;
   } cases[] = {
-      {30, 0, -1, 2, 2},  {10, 0, -1, 0, 0},  {50, 0, -1, 4, 4},   {5, 0, -1, -1, 0},
-      {55, 0, -1, -1, 5}, {25, 0, -1, -1, 2}, {45, 0, -1, -1, 4},  {35, 0, 2, -1, 2},
-      {10, 1, -1, -1, 1}, {20, 5, -1, -1, 0}, {20, 6, -1, -1, -1}, {40, -3, 99, 3, 3},
+      // sub-ranges; whole lists are covered below
+      {35, 0, 2, -1, 2},   {10, 1, -1, -1, 1}, {20, 5, -1, -1, 0},
+      {20, 6, -1, -1, -1}, {40, -3, 99, 3, 3},
   };
   for (Case c : cases) {
     EXPECT_EQ(KaList_FindSortedItemRange(l, &c.key, c.first, c.count, compareInts), c.found)

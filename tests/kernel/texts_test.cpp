@@ -2,8 +2,6 @@
 // ostra tool prints the composed message in the language asked for.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -11,6 +9,7 @@
 #include "kernel/internal/string_table.h"
 #include "kernel/internal/wformat.h"
 #include "ostra/kakernel.h"
+#include "support/tool_run.h"
 
 using namespace ostra::kernel;
 
@@ -24,15 +23,10 @@ std::u16string ownText(const char16_t* record, int language) {
   return p;
 }
 
+// The tool's output, error text and exit status as one string.
 std::string run(const std::string& args) {
-  std::string out;
-  FILE* p = popen((std::string(OSTRA_TOOL_PATH) + " " + args + " 2>&1").c_str(), "r");
-  if (!p) return "(popen failed)";
-  char buf[4096];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  const int status = pclose(p);
-  return out + "[" + std::to_string(WEXITSTATUS(status)) + "]";
+  const auto r = ostra::test::ostra(args);
+  return r.out + r.err + "[" + std::to_string(r.status) + "]";
 }
 
 }  // namespace
@@ -87,13 +81,10 @@ TEST(Texts, ToolPrintsTheComposedMessage) {
   for (const Case& c : cases) EXPECT_EQ(run(c.args), c.expect) << c.args;
   // Without --lang the locale environment decides.
   EXPECT_EQ(run("error 0x8004E00C --context 0x39 --arg x").find("An error"), 0u);
-  const std::string fr = "LC_ALL= LC_MESSAGES= LANG=fr_FR.UTF-8 ";
-  FILE* p = popen((fr + OSTRA_TOOL_PATH + " error 0x8004E00C --context 0x39").c_str(), "r");
-  ASSERT_NE(p, nullptr);
-  char buf[512] = {};
-  fread(buf, 1, sizeof buf - 1, p);
-  pclose(p);
-  EXPECT_EQ(std::string(buf),
+  EXPECT_EQ(ostra::test::runCommand("LC_ALL= LC_MESSAGES= LANG=fr_FR.UTF-8 " +
+                                    ostra::test::shellQuote(OSTRA_TOOL_PATH) +
+                                    " error 0x8004E00C --context 0x39")
+                .out,
             "Une erreur s'est produite lors du changement de nom d'un fichier.\n\n"
             "L'opération a été annulée par l'utilisateur.\n");
   const std::string json = run("error 0x8004E00B --context 5 --arg a.wav --lang de --json");
