@@ -149,21 +149,3 @@ TEST(Text, ConversionsRoundTripAndReplace) {
   EXPECT_EQ(KaText_SetAnsiCodePage(99999), E_INVALIDARG);
   ASSERT_EQ(KaText_SetAnsiCodePage(1252), S_OK);
 }
-
-TEST(Errno, SystemErrorsMapToKernelCodes) {
-  struct Case {
-    int err;
-    HRESULT hr;
-  };
-  const Case cases[] = {{0, S_OK},
-                        {ENOENT, KAERR_NOT_FOUND},
-                        {ENOTDIR, KAERR_NOT_FOUND},
-                        {ENOSPC, KAERR_DISK_FULL},
-                        {EACCES, E_ACCESSDENIED},
-                        {ENOMEM, E_OUTOFMEMORY},
-                        {EBADF, E_HANDLE},
-                        {EEXIST, KAERR_ALREADY_EXISTS},
-                        {EMFILE, KAERR_TOO_MANY_FILES},
-                        {EIO, E_FAIL}};
-  for (const Case& c : cases) EXPECT_EQ(KaHresultFromErrno(c.err), c.hr) << c.err;
-}
