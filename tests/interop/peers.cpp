@@ -4,17 +4,10 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <random>
 #include <sstream>
 
 namespace ostra::interop {
 namespace {
-
-std::string slurp(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(f), {});
-}
 
 std::string lineValue(const std::string& text, const std::string& key) {
   std::istringstream in(text);
@@ -55,31 +48,6 @@ std::vector<double> decodeRaw(const std::string& bytes, bool isFloat) {
 
 }  // namespace
 
-std::string quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-RunResult run(const std::string& commandLine) {
-  RunResult r;
-  static std::mt19937_64 rng{std::random_device{}()};
-  const auto errPath =
-      (std::filesystem::temp_directory_path() / ("ostra-interop-err-" + std::to_string(rng())))
-          .string();
-  FILE* p = ::popen((commandLine + " 2>" + quote(errPath)).c_str(), "r");
-  if (!p) return r;
-  char buf[65536];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-  const int st = ::pclose(p);
-  r.status = (st >= 0 && (st & 0x7f) == 0) ? (st >> 8) & 0xff : -1;
-  r.err = slurp(errPath);
-  std::error_code ec;
-  std::filesystem::remove(errPath, ec);
-  return r;
-}
-
 bool haveProgram(const std::string& name) {
   return run("command -v " + quote(name) + " >/dev/null").status == 0;
 }
@@ -92,15 +60,7 @@ bool havePeers() {
 }
 
 const char* peerName(Peer p) {
-  switch (p) {
-    case Peer::Sox:
-      return "sox";
-    case Peer::Ffmpeg:
-      return "ffmpeg";
-    case Peer::Sndfile:
-      return "sndfile";
-  }
-  return "?";
+  return p == Peer::Sox ? "sox" : p == Peer::Ffmpeg ? "ffmpeg" : "sndfile";
 }
 
 PeerFacts soxFacts(const std::string& path) {
@@ -158,45 +118,20 @@ PeerFacts sndfileFacts(const std::string& path) {
   f.rate = int(toLong(lineValue(summary, "Sample Rate")));
   f.frames = std::strtoull(lineValue(summary, "Frames").c_str(), nullptr, 10);
   const long format = toLong(lineValue(summary, "Format"));
-  switch (format & 0xFFFF) {
-    case 0x0001:
-    case 0x0005:
-      f.bits = 8;
-      break;
-    case 0x0002:
-      f.bits = 16;
-      break;
-    case 0x0003:
-      f.bits = 24;
-      break;
-    case 0x0004:
-      f.bits = 32;
-      break;
-    case 0x0006:
-      f.bits = 32;
-      f.isFloat = true;
-      break;
-    case 0x0007:
-      f.bits = 64;
-      f.isFloat = true;
-      break;
-    default:
-      break;
-  }
+  // The low word of libsndfile's format: 1 signed 8, 2 16, 3 24, 4 32 bits, 5 unsigned 8,
+  // 6 float, 7 double.
+  const int sub = int(format & 0xFFFF);
+  constexpr int kBits[] = {0, 8, 16, 24, 32, 8, 32, 64};
+  if (sub > 0 && sub < 8) f.bits = kBits[sub];
+  f.isFloat = sub == 6 || sub == 7;
   f.ok = f.channels > 0 && f.bits > 0;
   return f;
 }
 
 PeerFacts peerFacts(Peer p, const std::string& path) {
-  switch (p) {
-    case Peer::Sox:
-      return soxFacts(path);
-    case Peer::Ffmpeg:
-      return ffprobeFacts(path);
-    case Peer::Sndfile:
-      return sndfileFacts(path);
-  }
-  return {};
+  return p == Peer::Sox      ? soxFacts(path)
+         : p == Peer::Ffmpeg ? ffprobeFacts(path)
+                             : sndfileFacts(path);
 }
 
 std::vector<double> peerSamples(Peer p, const std::string& path, bool isFloat,
@@ -217,27 +152,13 @@ std::vector<double> peerSamples(Peer p, const std::string& path, bool isFloat,
       const RunResult r = run(std::string("sndfile-convert ") +
                               (isFloat ? "-float64 " : "-pcm32 ") + quote(path) + " " + quote(raw));
       if (r.status != 0) return {};
-      const auto v = decodeRaw(slurp(raw), isFloat);
+      const auto bytes = ostra::test::readFile(raw);
+      const auto v = decodeRaw(std::string(bytes.begin(), bytes.end()), isFloat);
       std::filesystem::remove(raw);
       return v;
     }
   }
   return {};
-}
-
-RunResult ostra(const std::string& args) {
-#ifdef OSTRA_TOOL_PATH
-  return run(quote(OSTRA_TOOL_PATH) + " " + args);
-#else
-  return {};
-#endif
-}
-
-nlohmann::json ostraJson(const std::string& args) {
-  const RunResult r = ostra(args);
-  if (r.status != 0) return nullptr;
-  auto j = nlohmann::json::parse(r.out, nullptr, false);
-  return j.is_discarded() ? nlohmann::json(nullptr) : j;
 }
 
 std::vector<double> ostraSamples(const std::string& path, const nlohmann::json& info) {

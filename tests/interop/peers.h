@@ -8,17 +8,17 @@
 #include <string>
 #include <vector>
 
+#include "support/tool_run.h"
+
 namespace ostra::interop {
 
-struct RunResult {
-  int status = -1;
-  std::string out;  // standard output, bytes as they came
-  std::string err;  // standard error
-};
-
-// Runs a shell command line; never throws.
-RunResult run(const std::string& commandLine);
-std::string quote(const std::string& s);
+using ostra::test::ostra;
+using ostra::test::ostraJson;
+using ostra::test::RunResult;
+inline RunResult run(const std::string& commandLine) {
+  return ostra::test::runCommand(commandLine);
+}
+inline std::string quote(const std::string& s) { return ostra::test::shellQuote(s); }
 bool haveProgram(const std::string& name);
 // True when sox, ffmpeg, ffprobe, sndfile-info and sndfile-convert are all present.
 bool havePeers();
@@ -50,9 +50,6 @@ nlohmann::json ffprobeTags(const std::string& path);
 std::vector<double> peerSamples(Peer p, const std::string& path, bool isFloat,
                                 const std::string& scratch);
 
-// The ostra tool.
-RunResult ostra(const std::string& args);
-nlohmann::json ostraJson(const std::string& args);  // null on failure or bad JSON
 // `ostra samples --json` of a whole file, interleaved and brought to the same form as
 // peerSamples (needs the file's bits and sample type from `ostra info --json`).
 std::vector<double> ostraSamples(const std::string& path, const nlohmann::json& info);
