@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "format_test_support.h"
@@ -53,10 +54,9 @@ TEST(FileWfx, ReadsEveryContainer) {
   for (const Case& c : cases) {
     Record r;
     ASSERT_EQ(KaGetFileWfx(dir.wfile(c.file).c_str(), r.get(), sizeof r.buffer), S_OK) << c.file;
-    EXPECT_EQ(r->SampleType, c.type) << c.file;
-    EXPECT_EQ(r->nSamplesPerSec, c.rate) << c.file;
-    EXPECT_EQ(r->nChannels, c.channels) << c.file;
-    EXPECT_EQ(r->dwChannelMask, c.mask) << c.file;
+    EXPECT_EQ(std::tuple(r->SampleType, r->nSamplesPerSec, r->nChannels, r->dwChannelMask),
+              std::tuple(c.type, c.rate, c.channels, c.mask))
+        << c.file;
   }
   writeFile(dir.file("x.bin"), {'R', 'I', 'F', 'F', 4, 0, 0, 0, 'A', 'V', 'I', ' '});
   Record r;
@@ -133,11 +133,9 @@ TEST(FileWfx, AudioDataAndChunkList) {
   for (const Case& c : cases) {
     tKAAUDIODATA d;
     ASSERT_EQ(KaGetFileAudioData(dir.wfile(c.file).c_str(), &d), S_OK) << c.file;
-    EXPECT_EQ(d.container, c.container) << c.file;
-    EXPECT_EQ(d.bigEndian, c.bigEndian) << c.file;
-    EXPECT_EQ(d.offset, c.offset) << c.file;
-    EXPECT_EQ(d.size, c.size) << c.file;
-    EXPECT_EQ(d.statedSize, c.stated) << c.file;
+    EXPECT_EQ(std::tuple(d.container, d.bigEndian, d.offset, d.size, d.statedSize),
+              std::tuple(c.container, c.bigEndian, c.offset, c.size, c.stated))
+        << c.file;
   }
 
   KAHFILE f;
@@ -151,12 +149,9 @@ TEST(FileWfx, AudioDataAndChunkList) {
   ASSERT_EQ(count, 4u);
   const char* names[] = {"fmt ", "LIST", "INAM", "data"};
   const UINT64 offsets[] = {12, 38, 50, 60}, sizes[] = {18, 14, 2, 12};
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_STREQ(list[i].name, names[i]);
-    EXPECT_EQ(list[i].offset, offsets[i]) << i;
-    EXPECT_EQ(list[i].size, sizes[i]) << i;
-    EXPECT_EQ(list[i].depth, i == 2 ? 1 : 0) << i;
-  }
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(std::tuple(std::string(list[i].name), list[i].offset, list[i].size, list[i].depth),
+              std::tuple(std::string(names[i]), offsets[i], sizes[i], i == 2 ? 1 : 0));
   EXPECT_EQ(list[1].listType, KaFourCC('I', 'N', 'F', 'O'));
   EXPECT_EQ(KaGetFileChunks(f, list, 2, &count), S_FALSE);
   EXPECT_EQ(count, 4u);

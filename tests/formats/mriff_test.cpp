@@ -163,20 +163,10 @@ TEST(MRiff, WriteWaveHeader) {
   const WAVEFORMATEX wfx = stereo16();
   ASSERT_EQ(mriff_WriteWaveHeader(&r, &wfx, 1000, 0), S_OK);
   const Bytes header(r.base, r.dataEnd);
-  const Bytes expect = Bytes()
-                           .id("RIFF")
-                           .u32(1036)
-                           .id("WAVE")
-                           .id("fmt ")
-                           .u32(16)
-                           .u16(1)
-                           .u16(2)
-                           .u32(44100)
-                           .u32(176400)
-                           .u16(4)
-                           .u16(16)
-                           .id("data")
-                           .u32(1000);
+  const WAVEFORMATEX complete{WAVE_FORMAT_PCM, 2, 44100, 176400, 4, 16, 0};
+  const Bytes expect =
+      join({Bytes().id("RIFF").u32(1036).id("WAVE"), chunk("fmt ", Bytes().put(&complete, 16)),
+            Bytes().id("data").u32(1000)});
   EXPECT_EQ(header, expect);
 
   _kawaveformat kwf{};

@@ -52,21 +52,11 @@ TEST(Riff64, WritersCountHeadersAndPads) {
   ASSERT_EQ(riff64_WriteChunkHeader(f, RIFF64_GUID_DATA, 3), S_OK);
   ASSERT_EQ(riff64_WriteData(f, "xyz", 3, &written), S_OK);
   EXPECT_EQ(written, 8u);
-  const Bytes expect = Bytes()
-                           .guid(RIFF64_GUID_RIFF)
-                           .u64(124)
-                           .guid(RIFF64_GUID_WAVE)
-                           .guid(RIFF64_GUID_FMT)
-                           .u64(42)
-                           .text("0123456789abcdefgh")
-                           .zeros(6)
-                           .guid(RIFF64_GUID_LIST)
-                           .u64(40)
-                           .guid(kOther)
-                           .guid(RIFF64_GUID_DATA)
-                           .u64(27)
-                           .text("xyz")
-                           .zeros(5);
+  const Bytes expect =
+      join({Bytes().guid(RIFF64_GUID_RIFF).u64(124).guid(RIFF64_GUID_WAVE),
+            Bytes().guid(RIFF64_GUID_FMT).u64(42).text("0123456789abcdefgh").zeros(6),
+            Bytes().guid(RIFF64_GUID_LIST).u64(40).guid(kOther),
+            Bytes().guid(RIFF64_GUID_DATA).u64(27).text("xyz").zeros(5)});
   EXPECT_EQ(f.contents(), expect);
 }
 
