@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -274,6 +275,48 @@ TEST(YuvGeneral, TableFollowsTheAllowedFeatures) {
   KaDisallowCPUSupport(kVectorFeatures);
   expect(yuv8ToBgra_plain, bgraToLuma10_plain, bgraToChroma8_plain, v210ToSamples_plain);
   KaAllowCPUSupport(kVectorFeatures);
+}
+
+// The vector kernels round from single precision where the value is clearly away from a
+// rounding boundary and recompute exactly elsewhere: on every colour, in every matrix and
+// depth, they round as the plain kernels. Chroma from pairs of equal pixels (a 2x2 block
+// only doubles the sums and halves the weights, exactly).
+TEST(YuvGeneral, VectorKernelsRoundEveryColourAsThePlainOnes) {
+  using namespace ostra::image;
+  std::vector<YuvGeneralTable> variants;
+#if defined(__x86_64__)
+  const DWORD cpu = KaGetCPUSupport(0);
+  if (cpu & KACPU_AVX2) variants.push_back(yuvGeneralTableFor(cpu & ~KACPU_AVX512F));
+  if (cpu & KACPU_AVX512F) variants.push_back(yuvGeneralTableFor(cpu));
+#endif
+  if (variants.empty()) GTEST_SKIP() << "no vector kernels";
+  const YuvGeneralTable plain = yuvGeneralTableFor(0);
+  const LONG n = 65536;  // G and B for one R
+  std::vector<BYTE> single(size_t(n) * 4), doubled(size_t(n) * 8);
+  std::vector<int16_t> want(n), got(n), wantU(n), gotU(n), wantV(n), gotV(n);
+  for (int cs = 1; cs <= 3; ++cs)
+    for (int ten = 0; ten < 2; ++ten) {
+      const KAYUVMATRIX& m = *KaYUV_SelectMatrix(cs, 2, 2);
+      for (int r = 0; r < 256; ++r) {
+        for (LONG i = 0; i < n; ++i) {
+          const BYTE px[4] = {BYTE(i), BYTE(i >> 8), BYTE(r), 255};
+          std::memcpy(&single[size_t(i) * 4], px, 4);
+          std::memcpy(&doubled[size_t(i) * 8], px, 4);
+          std::memcpy(&doubled[size_t(i) * 8 + 4], px, 4);
+        }
+        plain.luma[ten](want.data(), single.data(), n, m);
+        plain.chroma[ten](wantU.data(), wantV.data(), doubled.data(), nullptr, 2 * n, m);
+        for (const YuvGeneralTable& t : variants) {
+          t.luma[ten](got.data(), single.data(), n, m);
+          ASSERT_EQ(got, want) << "luma, matrix " << cs << ", 10-bit " << ten << ", R " << r;
+        }
+        for (const YuvGeneralTable& t : variants) {
+          t.chroma[ten](gotU.data(), gotV.data(), doubled.data(), nullptr, 2 * n, m);
+          ASSERT_TRUE(gotU == wantU && gotV == wantV)
+              << "chroma, matrix " << cs << ", 10-bit " << ten << ", R " << r;
+        }
+      }
+    }
 }
 
 }  // namespace
