@@ -12,8 +12,8 @@
 // sums of at most four bytes, it is within 4e-4 of the exact value (the plain double one
 // is within 1e-12), so when its fraction is at least kMargin (1/1024) from an integer
 // both floor to the same integer, and the clamping after the floor is the plain one. A
-// step with any lane that close (about one in fifty: exact ties such as 0.299 R +
-// 0.587 G + 0.114 B = n + 0.5 are common) takes the exact path: the plain
+// step with any lane that close (1-6% of steps on random colours: exact ties such as
+// 0.299 R + 0.587 G + 0.114 B = n + 0.5 are common) takes the exact path: the plain
 // double-precision expressions, evaluated in the same order on four values at a time.
 // The 10-bit scale of 4 and the 1/2 or 1/4 of the averages are powers of two, so they are
 // folded into the coefficients without changing a single rounding; the pair sums are
