@@ -16,6 +16,7 @@
 
 #include <type_traits>
 
+#include "audio/internal/s24_avx512.h"
 #include "audio/internal/tables.h"
 
 namespace ostra::audio {
@@ -45,28 +46,6 @@ struct TF64 {
   static constexpr int bytes = 8, bits = 64;
 };
 
-constexpr __mmask64 kS24Bytes = 0x0000FFFFFFFFFFFFull;  // 16 samples of 3 bytes
-
-// Sixteen packed 24-bit samples, each in the upper three bytes of its lane (low byte 0).
-inline __m512i loadS24High(const uint8_t* p) {
-  const __m512i v = _mm512_maskz_loadu_epi8(kS24Bytes, p);
-  // Lane k of 16 bytes receives block bytes 12k..12k+11 (dwords 3k..3k+2).
-  const __m512i spread = _mm512_permutexvar_epi32(
-      _mm512_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0), v);
-  const __m512i shuf =
-      _mm512_broadcast_i32x4(_mm_setr_epi8(-1, 0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11));
-  return _mm512_shuffle_epi8(spread, shuf);
-}
-// The inverse: the upper three bytes of each lane become 48 packed bytes.
-inline void storeS24High(uint8_t* p, __m512i v) {
-  const __m512i shuf = _mm512_broadcast_i32x4(
-      _mm_setr_epi8(1, 2, 3, 5, 6, 7, 9, 10, 11, 13, 14, 15, -1, -1, -1, -1));
-  const __m512i packed = _mm512_permutexvar_epi32(
-      _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0),
-      _mm512_shuffle_epi8(v, shuf));
-  _mm512_mask_storeu_epi8(p, kS24Bytes, packed);
-}
-
 // Sixteen integer samples as int32 values of their own width.
 template <class S>
 inline __m512i loadInt(const uint8_t* p) {
@@ -77,7 +56,7 @@ inline __m512i loadInt(const uint8_t* p) {
   } else if constexpr (std::is_same_v<S, TS16>) {
     return _mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
   } else if constexpr (std::is_same_v<S, TS24>) {
-    return _mm512_srai_epi32(loadS24High(p), 8);
+    return _mm512_srai_epi32(loadS24x16(p), 8);
   } else if constexpr (std::is_same_v<S, TS24in32>) {
     return _mm512_srai_epi32(_mm512_loadu_si512(p), 8);
   } else {
@@ -91,7 +70,7 @@ inline void storeInt(uint8_t* p, __m512i v) {
   if constexpr (std::is_same_v<D, TS16>) {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), _mm512_cvtsepi32_epi16(v));
   } else if constexpr (std::is_same_v<D, TS24>) {
-    storeS24High(p, _mm512_slli_epi32(v, 8));
+    storeS24x16(p, _mm512_slli_epi32(v, 8));
   } else if constexpr (std::is_same_v<D, TS24in32>) {
     _mm512_storeu_si512(p, _mm512_slli_epi32(v, 8));
   } else {
@@ -194,6 +173,29 @@ constexpr bool kSingle = std::is_same_v<S, TF32> ||
                          (std::is_same_v<D, TF32> && (!std::is_same_v<S, TS32> || Unity) &&
                           !std::is_same_v<S, TF64>);
 
+template <class T>
+constexpr bool kIsFloat = std::is_same_v<T, TF32> || std::is_same_v<T, TF64>;
+
+// K blocks of integer samples; four packed 24-bit blocks are three whole vectors.
+template <class S, int K>
+inline void loadInts(const uint8_t* s, __m512i v[K]) {
+  if constexpr (std::is_same_v<S, TS24> && K == 4) {
+    loadS24x64(s, v);
+    for (int k = 0; k < K; ++k) v[k] = _mm512_srai_epi32(v[k], 8);
+  } else {
+    for (int k = 0; k < K; ++k) v[k] = loadInt<S>(s + k * S::bytes * kBlock);
+  }
+}
+template <class D, int K>
+inline void storeInts(uint8_t* d, __m512i v[K]) {
+  if constexpr (std::is_same_v<D, TS24> && K == 4) {
+    for (int k = 0; k < K; ++k) v[k] = _mm512_slli_epi32(v[k], 8);
+    storeS24x64(d, v);
+  } else {
+    for (int k = 0; k < K; ++k) storeInt<D>(d + k * D::bytes * kBlock, v[k]);
+  }
+}
+
 // K consecutive blocks, every load before any store (see the AVX2 file: this is what
 // keeps in-place conversion correct).
 template <class D, class S, bool Unity, int K>
@@ -201,22 +203,52 @@ inline void group(uint8_t* d, const uint8_t* s, float gain) {
   constexpr int db = D::bytes * kBlock, sb = S::bytes * kBlock;
   if constexpr (kSingle<D, S, Unity>) {
     __m512 v[K];
-    for (int k = 0; k < K; ++k) {
-      v[k] = loadF<S>(s + k * sb);
-      if constexpr (!Unity) v[k] = _mm512_mul_ps(v[k], _mm512_set1_ps(gain));
+    if constexpr (kIsFloat<S>) {
+      for (int k = 0; k < K; ++k) v[k] = loadF<S>(s + k * sb);
+    } else {
+      __m512i iv[K];
+      loadInts<S, K>(s, iv);
+      for (int k = 0; k < K; ++k)
+        v[k] = _mm512_mul_ps(_mm512_cvtepi32_ps(iv[k]), _mm512_set1_ps(kNormF<S>));
     }
-    for (int k = 0; k < K; ++k) storeF<D>(d + k * db, v[k]);
+    if constexpr (!Unity)
+      for (int k = 0; k < K; ++k) v[k] = _mm512_mul_ps(v[k], _mm512_set1_ps(gain));
+    if constexpr (kIsFloat<D>) {
+      for (int k = 0; k < K; ++k) storeF<D>(d + k * db, v[k]);
+    } else {
+      __m512i q[K];
+      for (int k = 0; k < K; ++k) q[k] = quantizeF<D>(v[k]);
+      storeInts<D, K>(d, q);
+    }
   } else {
     __m512d a[K], b[K];
-    for (int k = 0; k < K; ++k) {
-      loadD<S>(s + k * sb, a[k], b[k]);
-      if constexpr (!Unity) {
-        const __m512d g = _mm512_set1_pd(double(gain));
+    if constexpr (kIsFloat<S>) {
+      for (int k = 0; k < K; ++k) loadD<S>(s + k * sb, a[k], b[k]);
+    } else {
+      __m512i iv[K];
+      loadInts<S, K>(s, iv);
+      const __m512d n = _mm512_set1_pd(kNormD<S>);
+      for (int k = 0; k < K; ++k) {
+        a[k] = _mm512_mul_pd(_mm512_cvtepi32_pd(_mm512_castsi512_si256(iv[k])), n);
+        b[k] = _mm512_mul_pd(_mm512_cvtepi32_pd(_mm512_extracti64x4_epi64(iv[k], 1)), n);
+      }
+    }
+    if constexpr (!Unity) {
+      const __m512d g = _mm512_set1_pd(double(gain));
+      for (int k = 0; k < K; ++k) {
         a[k] = _mm512_mul_pd(a[k], g);
         b[k] = _mm512_mul_pd(b[k], g);
       }
     }
-    for (int k = 0; k < K; ++k) storeD<D>(d + k * db, a[k], b[k]);
+    if constexpr (kIsFloat<D>) {
+      for (int k = 0; k < K; ++k) storeD<D>(d + k * db, a[k], b[k]);
+    } else {
+      __m512i q[K];
+      for (int k = 0; k < K; ++k)
+        q[k] =
+            _mm512_inserti64x4(_mm512_castsi256_si512(quantizeD<D>(a[k])), quantizeD<D>(b[k]), 1);
+      storeInts<D, K>(d, q);
+    }
   }
 }
 

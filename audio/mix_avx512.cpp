@@ -15,6 +15,7 @@
 #include <type_traits>
 
 #include "audio/internal/mix_blocks.h"
+#include "audio/internal/s24_avx512.h"
 
 namespace ostra::audio {
 namespace {
@@ -25,40 +26,6 @@ inline __m512i satAdd32(__m512i a, __m512i b) {
   const __m512i t = _mm512_ternarylogic_epi32(a, b, sum, 0x42);
   const __mmask16 ovf = _mm512_cmplt_epi32_mask(t, _mm512_setzero_si512());
   return _mm512_mask_xor_epi32(sum, ovf, _mm512_srai_epi32(a, 31), _mm512_set1_epi32(0x7FFFFFFF));
-}
-
-inline __m512i lanes(int a, int b, int c, int d) {
-  return _mm512_setr_epi32(a, a + 1, a + 2, 0, b, b + 1, b + 2, 0, c, c + 1, c + 2, 0, d, d + 1,
-                           d + 2, 0);
-}
-
-// 64 packed 24-bit samples (192 bytes) as four vectors of sixteen samples, each in the
-// upper three bytes of its lane (low byte 0). Vector k takes byte-stream dwords
-// 12k..12k+11, three per 16-byte lane, then a byte shuffle within each lane.
-inline void loadS24x64(const uint8_t* p, __m512i out[4]) {
-  const __m512i v0 = _mm512_loadu_si512(p), v1 = _mm512_loadu_si512(p + 64),
-                v2 = _mm512_loadu_si512(p + 128);
-  const __m512i shuf =
-      _mm512_broadcast_i32x4(_mm_setr_epi8(-1, 0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11));
-  out[0] = _mm512_shuffle_epi8(_mm512_permutexvar_epi32(lanes(0, 3, 6, 9), v0), shuf);
-  out[1] = _mm512_shuffle_epi8(_mm512_permutex2var_epi32(v0, lanes(12, 15, 18, 21), v1), shuf);
-  out[2] = _mm512_shuffle_epi8(_mm512_permutex2var_epi32(v1, lanes(8, 11, 14, 17), v2), shuf);
-  out[3] = _mm512_shuffle_epi8(_mm512_permutexvar_epi32(lanes(4, 7, 10, 13), v2), shuf);
-}
-// The inverse: the upper three bytes of every lane of four vectors, as 192 packed bytes.
-inline void storeS24x64(uint8_t* p, const __m512i in[4]) {
-  const __m512i shuf = _mm512_broadcast_i32x4(
-      _mm_setr_epi8(1, 2, 3, 5, 6, 7, 9, 10, 11, 13, 14, 15, -1, -1, -1, -1));
-  __m512i c[4];
-  for (int k = 0; k < 4; ++k) c[k] = _mm512_shuffle_epi8(in[k], shuf);
-  // Lane j of c[k] holds stream dwords 12k+3j..+2 in its first three dwords.
-  const __m512i i0 = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20);
-  const __m512i i1 = _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20, 21, 22, 24, 25);
-  const __m512i i2 =
-      _mm512_setr_epi32(10, 12, 13, 14, 16, 17, 18, 20, 21, 22, 24, 25, 26, 28, 29, 30);
-  _mm512_storeu_si512(p, _mm512_permutex2var_epi32(c[0], i0, c[1]));
-  _mm512_storeu_si512(p + 64, _mm512_permutex2var_epi32(c[1], i1, c[2]));
-  _mm512_storeu_si512(p + 128, _mm512_permutex2var_epi32(c[2], i2, c[3]));
 }
 
 inline __m256 low(__m512 v) { return _mm512_castps512_ps256(v); }
