@@ -14,6 +14,8 @@
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #include <immintrin.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <type_traits>
 
 #include "audio/internal/s24_avx512.h"
@@ -46,6 +48,31 @@ struct TF64 {
   static constexpr int bytes = 8, bits = 64;
 };
 
+// Stores: streaming (past the caches) for destinations too large to stay in them, so
+// that the processor does not first read every line it is about to overwrite.
+template <bool NT>
+inline void emit(uint8_t* p, __m512i v) {
+  if constexpr (NT)
+    _mm512_stream_si512(reinterpret_cast<__m512i*>(p), v);
+  else
+    _mm512_storeu_si512(p, v);
+}
+template <bool NT>
+inline void emit(uint8_t* p, __m512 v) {
+  emit<NT>(p, _mm512_castps_si512(v));
+}
+template <bool NT>
+inline void emit(uint8_t* p, __m512d v) {
+  emit<NT>(p, _mm512_castpd_si512(v));
+}
+template <bool NT>
+inline void emit(uint8_t* p, __m256i v) {
+  if constexpr (NT)
+    _mm256_stream_si256(reinterpret_cast<__m256i*>(p), v);
+  else
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v);
+}
+
 // Sixteen integer samples as int32 values of their own width.
 template <class S>
 inline __m512i loadInt(const uint8_t* p) {
@@ -65,16 +92,16 @@ inline __m512i loadInt(const uint8_t* p) {
 }
 
 // Sixteen int32 values, already within the type's range (16 bits: saturated here).
-template <class D>
+template <class D, bool NT>
 inline void storeInt(uint8_t* p, __m512i v) {
   if constexpr (std::is_same_v<D, TS16>) {
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), _mm512_cvtsepi32_epi16(v));
+    emit<NT>(p, _mm512_cvtsepi32_epi16(v));
   } else if constexpr (std::is_same_v<D, TS24>) {
     storeS24x16(p, _mm512_slli_epi32(v, 8));
   } else if constexpr (std::is_same_v<D, TS24in32>) {
-    _mm512_storeu_si512(p, _mm512_slli_epi32(v, 8));
+    emit<NT>(p, _mm512_slli_epi32(v, 8));
   } else {
-    _mm512_storeu_si512(p, v);
+    emit<NT>(p, v);
   }
 }
 
@@ -136,15 +163,13 @@ inline __m512i quantizeF(__m512 v) {
   }
 }
 
-template <class D>
+template <class D, bool NT>
 inline void storeF(uint8_t* p, __m512 v) {
   if constexpr (std::is_same_v<D, TF32>) {
-    _mm512_storeu_ps(p, v);
-  } else if constexpr (std::is_same_v<D, TF64>) {
-    _mm512_storeu_pd(p, _mm512_cvtps_pd(low(v)));
-    _mm512_storeu_pd(p + 64, _mm512_cvtps_pd(high(v)));
+    emit<NT>(p, v);
   } else {
-    storeInt<D>(p, quantizeF<D>(v));
+    emit<NT>(p, _mm512_cvtps_pd(low(v)));
+    emit<NT>(p + 64, _mm512_cvtps_pd(high(v)));
   }
 }
 
@@ -156,15 +181,13 @@ inline __m256i quantizeD(__m512d v) {
   return _mm256_max_epi32(r, _mm256_set1_epi32(-int32_t(kScaleD<D>)));
 }
 
-template <class D>
+template <class D, bool NT>
 inline void storeD(uint8_t* p, __m512d a, __m512d b) {
   if constexpr (std::is_same_v<D, TF64>) {
-    _mm512_storeu_pd(p, a);
-    _mm512_storeu_pd(p + 64, b);
-  } else if constexpr (std::is_same_v<D, TF32>) {
-    _mm512_storeu_ps(p, join(_mm512_cvtpd_ps(a), _mm512_cvtpd_ps(b)));
+    emit<NT>(p, a);
+    emit<NT>(p + 64, b);
   } else {
-    storeInt<D>(p, _mm512_inserti64x4(_mm512_castsi256_si512(quantizeD<D>(a)), quantizeD<D>(b), 1));
+    emit<NT>(p, join(_mm512_cvtpd_ps(a), _mm512_cvtpd_ps(b)));
   }
 }
 
@@ -186,19 +209,19 @@ inline void loadInts(const uint8_t* s, __m512i v[K]) {
     for (int k = 0; k < K; ++k) v[k] = loadInt<S>(s + k * S::bytes * kBlock);
   }
 }
-template <class D, int K>
+template <class D, int K, bool NT>
 inline void storeInts(uint8_t* d, __m512i v[K]) {
   if constexpr (std::is_same_v<D, TS24> && K == 4) {
     for (int k = 0; k < K; ++k) v[k] = _mm512_slli_epi32(v[k], 8);
-    storeS24x64(d, v);
+    storeS24x64<NT>(d, v);
   } else {
-    for (int k = 0; k < K; ++k) storeInt<D>(d + k * D::bytes * kBlock, v[k]);
+    for (int k = 0; k < K; ++k) storeInt<D, NT>(d + k * D::bytes * kBlock, v[k]);
   }
 }
 
 // K consecutive blocks, every load before any store (see the AVX2 file: this is what
 // keeps in-place conversion correct).
-template <class D, class S, bool Unity, int K>
+template <class D, class S, bool Unity, int K, bool NT>
 inline void group(uint8_t* d, const uint8_t* s, float gain) {
   constexpr int db = D::bytes * kBlock, sb = S::bytes * kBlock;
   if constexpr (kSingle<D, S, Unity>) {
@@ -214,11 +237,11 @@ inline void group(uint8_t* d, const uint8_t* s, float gain) {
     if constexpr (!Unity)
       for (int k = 0; k < K; ++k) v[k] = _mm512_mul_ps(v[k], _mm512_set1_ps(gain));
     if constexpr (kIsFloat<D>) {
-      for (int k = 0; k < K; ++k) storeF<D>(d + k * db, v[k]);
+      for (int k = 0; k < K; ++k) storeF<D, NT>(d + k * db, v[k]);
     } else {
       __m512i q[K];
       for (int k = 0; k < K; ++k) q[k] = quantizeF<D>(v[k]);
-      storeInts<D, K>(d, q);
+      storeInts<D, K, NT>(d, q);
     }
   } else {
     __m512d a[K], b[K];
@@ -241,32 +264,58 @@ inline void group(uint8_t* d, const uint8_t* s, float gain) {
       }
     }
     if constexpr (kIsFloat<D>) {
-      for (int k = 0; k < K; ++k) storeD<D>(d + k * db, a[k], b[k]);
+      for (int k = 0; k < K; ++k) storeD<D, NT>(d + k * db, a[k], b[k]);
     } else {
       __m512i q[K];
       for (int k = 0; k < K; ++k)
         q[k] =
             _mm512_inserti64x4(_mm512_castsi256_si512(quantizeD<D>(a[k])), quantizeD<D>(b[k]), 1);
-      storeInts<D, K>(d, q);
+      storeInts<D, K, NT>(d, q);
     }
   }
 }
 
 constexpr int kGroup = 4;
 
-template <class D, class S, bool Unity>
+template <class D, class S, bool Unity, bool NT>
 inline void blocks(uint8_t* d, const uint8_t* s, int32_t count, float gain) {
   constexpr int db = D::bytes * kBlock, sb = S::bytes * kBlock;
   if constexpr (D::bytes > S::bytes) {
     int32_t i = count;
     for (; i >= kGroup; i -= kGroup)
-      group<D, S, Unity, kGroup>(d + (i - kGroup) * db, s + (i - kGroup) * sb, gain);
-    for (; i > 0; --i) group<D, S, Unity, 1>(d + (i - 1) * db, s + (i - 1) * sb, gain);
+      group<D, S, Unity, kGroup, NT>(d + (i - kGroup) * db, s + (i - kGroup) * sb, gain);
+    for (; i > 0; --i) group<D, S, Unity, 1, NT>(d + (i - 1) * db, s + (i - 1) * sb, gain);
   } else {
     int32_t i = 0;
     for (; i + kGroup <= count; i += kGroup)
-      group<D, S, Unity, kGroup>(d + i * db, s + i * sb, gain);
-    for (; i < count; ++i) group<D, S, Unity, 1>(d + i * db, s + i * sb, gain);
+      group<D, S, Unity, kGroup, NT>(d + i * db, s + i * sb, gain);
+    for (; i < count; ++i) group<D, S, Unity, 1, NT>(d + i * db, s + i * sb, gain);
+  }
+}
+
+// Destinations from this size on are written with streaming stores: they are larger than
+// the share of a last-level cache one core can hold, so the lines would be evicted before
+// anyone read them, and reading each line before overwriting it would cost a third more
+// memory traffic. Smaller destinations stay in the caches for whoever reads them next.
+constexpr size_t kStreamBytes = size_t(8) << 20;
+
+// The whole blocks of `count`, starting at d and s, with or without streaming stores.
+template <class D, class S>
+void convertBlocks(uint8_t* d, const uint8_t* s, int32_t count, float gain) {
+  // Streaming stores need aligned addresses: whole vectors, or half vectors for 16 bits.
+  constexpr uintptr_t align = std::is_same_v<D, TS16> ? 32 : 64;
+  const bool stream = size_t(count) * kBlock * D::bytes >= kStreamBytes &&
+                      reinterpret_cast<uintptr_t>(d) % align == 0;
+  if (stream) {
+    if (gain == 1.0f)
+      blocks<D, S, true, true>(d, s, count, gain);
+    else
+      blocks<D, S, false, true>(d, s, count, gain);
+    _mm_sfence();  // streaming stores are weakly ordered
+  } else if (gain == 1.0f) {
+    blocks<D, S, true, false>(d, s, count, gain);
+  } else {
+    blocks<D, S, false, false>(d, s, count, gain);
   }
 }
 
@@ -278,16 +327,10 @@ void convertAvx512(void* dest, const void* src, int32_t n, float gain) {
   const int32_t whole = n / kBlock, rest = n - whole * kBlock;
   const CopyFn plain = kPlainConverters.fn[DI][SI];
   if constexpr (D::bytes > S::bytes) {
-    if (gain == 1.0f)
-      blocks<D, S, true>(d + rest * D::bytes, s + rest * S::bytes, whole, gain);
-    else
-      blocks<D, S, false>(d + rest * D::bytes, s + rest * S::bytes, whole, gain);
+    convertBlocks<D, S>(d + rest * D::bytes, s + rest * S::bytes, whole, gain);
     plain(d, s, rest, gain);
   } else {
-    if (gain == 1.0f)
-      blocks<D, S, true>(d, s, whole, gain);
-    else
-      blocks<D, S, false>(d, s, whole, gain);
+    convertBlocks<D, S>(d, s, whole, gain);
     plain(d + whole * kBlock * D::bytes, s + whole * kBlock * S::bytes, rest, gain);
   }
 }

@@ -30,7 +30,9 @@ inline void loadS24x64(const uint8_t* p, __m512i out[4]) {
   out[3] = _mm512_shuffle_epi8(_mm512_permutexvar_epi32(s24Lanes(4, 7, 10, 13), v2), shuf);
 }
 
-// The inverse: the upper three bytes of every lane of four vectors, as 192 packed bytes.
+// The inverse: the upper three bytes of every lane of four vectors, as 192 packed bytes;
+// NT streams them past the caches (p must then be 64-byte aligned).
+template <bool NT = false>
 inline void storeS24x64(uint8_t* p, const __m512i in[4]) {
   const __m512i shuf = _mm512_broadcast_i32x4(
       _mm_setr_epi8(1, 2, 3, 5, 6, 7, 9, 10, 11, 13, 14, 15, -1, -1, -1, -1));
@@ -41,9 +43,15 @@ inline void storeS24x64(uint8_t* p, const __m512i in[4]) {
   const __m512i i1 = _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20, 21, 22, 24, 25);
   const __m512i i2 =
       _mm512_setr_epi32(10, 12, 13, 14, 16, 17, 18, 20, 21, 22, 24, 25, 26, 28, 29, 30);
-  _mm512_storeu_si512(p, _mm512_permutex2var_epi32(c[0], i0, c[1]));
-  _mm512_storeu_si512(p + 64, _mm512_permutex2var_epi32(c[1], i1, c[2]));
-  _mm512_storeu_si512(p + 128, _mm512_permutex2var_epi32(c[2], i2, c[3]));
+  const __m512i out[3] = {_mm512_permutex2var_epi32(c[0], i0, c[1]),
+                          _mm512_permutex2var_epi32(c[1], i1, c[2]),
+                          _mm512_permutex2var_epi32(c[2], i2, c[3])};
+  for (int k = 0; k < 3; ++k) {
+    if constexpr (NT)
+      _mm512_stream_si512(reinterpret_cast<__m512i*>(p + 64 * k), out[k]);
+    else
+      _mm512_storeu_si512(p + 64 * k, out[k]);
+  }
 }
 
 constexpr __mmask64 kS24Bytes = 0x0000FFFFFFFFFFFFull;  // 16 samples of 3 bytes
