@@ -19,34 +19,14 @@
 #include <type_traits>
 
 #include "audio/internal/s24_avx512.h"
-#include "audio/internal/tables.h"
+#include "audio/internal/vector_pairs.h"
 
 namespace ostra::audio {
 namespace {
 
 constexpr int kBlock = 16;
 
-struct TU8 {
-  static constexpr int bytes = 1, bits = 8;
-};
-struct TS16 {
-  static constexpr int bytes = 2, bits = 16;
-};
-struct TS24 {
-  static constexpr int bytes = 3, bits = 24;
-};
-struct TS32 {
-  static constexpr int bytes = 4, bits = 32;
-};
-struct TS24in32 {
-  static constexpr int bytes = 4, bits = 24;
-};
-struct TF32 {
-  static constexpr int bytes = 4, bits = 32;
-};
-struct TF64 {
-  static constexpr int bytes = 8, bits = 64;
-};
+using namespace vec;
 
 // Stores: streaming (past the caches) for destinations too large to stay in them, so
 // that the processor does not first read every line it is about to overwrite.
@@ -196,9 +176,6 @@ constexpr bool kSingle = std::is_same_v<S, TF32> ||
                          (std::is_same_v<D, TF32> && (!std::is_same_v<S, TS32> || Unity) &&
                           !std::is_same_v<S, TF64>);
 
-template <class T>
-constexpr bool kIsFloat = std::is_same_v<T, TF32> || std::is_same_v<T, TF64>;
-
 // K blocks of integer samples; four packed 24-bit blocks are three whole vectors.
 template <class S, int K>
 inline void loadInts(const uint8_t* s, __m512i v[K]) {
@@ -335,34 +312,16 @@ void convertAvx512(void* dest, const void* src, int32_t n, float gain) {
   }
 }
 
-template <class D, class S, int DI, int SI>
-void put(ConverterTable& t) {
-  t.fn[DI][SI] = &convertAvx512<D, S, DI, SI>;
-  t.variant[DI][SI] = kAvx512;
-}
+struct Put {
+  template <class D, class S, int DI, int SI>
+  static void put(ConverterTable& t) {
+    t.fn[DI][SI] = &convertAvx512<D, S, DI, SI>;
+    t.variant[DI][SI] = kAvx512;
+  }
+};
 
 }  // namespace
 
-void installConvertAvx512(ConverterTable& t, DWORD) noexcept {
-  put<TF32, TS16, kF32, kS16>(t);
-  put<TF32, TS24, kF32, kS24>(t);
-  put<TF32, TS32, kF32, kS32>(t);
-  put<TF32, TS24in32, kF32, kS24in32>(t);
-  put<TF32, TU8, kF32, kU8>(t);
-  put<TF32, TF64, kF32, kF64>(t);
-  put<TF64, TS16, kF64, kS16>(t);
-  put<TF64, TS24, kF64, kS24>(t);
-  put<TF64, TS32, kF64, kS32>(t);
-  put<TF64, TS24in32, kF64, kS24in32>(t);
-  put<TF64, TF32, kF64, kF32>(t);
-  put<TS16, TF32, kS16, kF32>(t);
-  put<TS24, TF32, kS24, kF32>(t);
-  put<TS32, TF32, kS32, kF32>(t);
-  put<TS24in32, TF32, kS24in32, kF32>(t);
-  put<TS16, TF64, kS16, kF64>(t);
-  put<TS24, TF64, kS24, kF64>(t);
-  put<TS32, TF64, kS32, kF64>(t);
-  put<TS24in32, TF64, kS24in32, kF64>(t);
-}
+void installConvertAvx512(ConverterTable& t, DWORD) noexcept { installVectorConverters<Put>(t); }
 
 }  // namespace ostra::audio
