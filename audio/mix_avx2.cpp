@@ -74,6 +74,10 @@ struct F32F32 {
     const __m256 v = _mm256_set_m128(_mm256_cvtpd_ps(b), _mm256_cvtpd_ps(a));
     _mm256_storeu_ps(reinterpret_cast<float*>(d), _mm256_add_ps(loadF(d), v));
   }
+  static void gainSingle(uint8_t* d, const uint8_t* s, const float* g) {
+    const __m256 v = _mm256_mul_ps(loadF(s), _mm256_loadu_ps(g));
+    _mm256_storeu_ps(reinterpret_cast<float*>(d), _mm256_add_ps(loadF(d), v));
+  }
 };
 
 struct F64F64 {

@@ -84,6 +84,10 @@ struct F32F32 {
     half(d, s, ga);
     half(d + 32, s + 32, gb);
   }
+  static void gainSingle(uint8_t* d, const uint8_t* s, const float* g) {
+    const __m512 v = _mm512_mul_ps(_mm512_loadu_ps(s), _mm512_loadu_ps(g));
+    _mm512_storeu_ps(d, _mm512_add_ps(_mm512_loadu_ps(d), v));
+  }
 };
 
 struct F64F64 {

@@ -43,6 +43,22 @@ void mixBlocks(void* dest, const void* src, int32_t n, int32_t channels, const d
   for (int32_t k = 0; k < 2 * channels + K::block; ++k) table[k] = gains[k % channels];
   int32_t phase = 0;
   const int32_t step = K::block % channels;
+  // A kernel with gainSingle takes gains that single precision holds exactly in single
+  // precision: a single-precision sample times such a gain is exact in double, so the
+  // one rounding to single precision is the plain mixer's double product narrowed.
+  if constexpr (requires { &K::gainSingle; }) {
+    bool single = true;
+    for (int32_t c = 0; c < channels && single; ++c) single = double(float(gains[c])) == gains[c];
+    if (single) {
+      alignas(64) float singles[2 * kMaxVectorChannels + K::block];
+      for (int32_t k = 0; k < 2 * channels + K::block; ++k) singles[k] = float(table[k]);
+      for (; i < whole; i += K::block) {
+        K::gainSingle(d + i * K::db, s + i * K::sb, singles + phase);
+        phase += step;
+        if (phase >= channels) phase -= channels;
+      }
+    }
+  }
   for (; i < whole; i += K::block) {
     K::gain(d + i * K::db, s + i * K::sb, table + phase);
     phase += step;
