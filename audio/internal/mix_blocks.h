@@ -52,6 +52,8 @@ void mixBlocks(void* dest, const void* src, int32_t n, int32_t channels, const d
     if (single) {
       alignas(64) float singles[2 * kMaxVectorChannels + K::block];
       for (int32_t k = 0; k < 2 * channels + K::block; ++k) singles[k] = float(table[k]);
+      if (step == 0)
+        for (; i < whole; i += K::block) K::gainSingle(d + i * K::db, s + i * K::sb, singles);
       for (; i < whole; i += K::block) {
         K::gainSingle(d + i * K::db, s + i * K::sb, singles + phase);
         phase += step;
@@ -59,6 +61,11 @@ void mixBlocks(void* dest, const void* src, int32_t n, int32_t channels, const d
       }
     }
   }
+  // Every block starts on channel 0 when the channel count divides the block (1, 2, 4,
+  // 8 ... channels): no phase to carry from block to block, which would otherwise be a
+  // chain of dependent steps that bounds the loop.
+  if (step == 0)
+    for (; i < whole; i += K::block) K::gain(d + i * K::db, s + i * K::sb, table);
   for (; i < whole; i += K::block) {
     K::gain(d + i * K::db, s + i * K::sb, table + phase);
     phase += step;
