@@ -17,7 +17,7 @@ namespace {
 
 constexpr int kMaxVectorChannels = 64;
 
-// Mixes with K's whole blocks and hands the rest to the plain mixer; `firstGainOnly`
+// Mixes with K's whole blocks and hands the rest to the plain mixer; FirstGainOnly
 // applies gains[0] to every channel (the 16-bit mixer's rule).
 template <class K, int DI, int SI, bool FirstGainOnly = false>
 void mixBlocks(void* dest, const void* src, int32_t n, int32_t channels, const double* gains) {
@@ -43,12 +43,17 @@ void mixBlocks(void* dest, const void* src, int32_t n, int32_t channels, const d
   for (int32_t k = 0; k < 2 * channels + K::block; ++k) table[k] = gains[k % channels];
   int32_t phase = 0;
   const int32_t step = K::block % channels;
-  // A kernel with gainSingle takes gains that single precision holds exactly in single
-  // precision: a single-precision sample times such a gain is exact in double, so the
-  // one rounding to single precision is the plain mixer's double product narrowed.
+  // A kernel with gainSingle multiplies in single precision when every gain is exactly a
+  // single-precision value: a single-precision sample times such a gain is exact in
+  // double, so its one rounding to single precision is the plain mixer's double product
+  // narrowed. Subnormal gains stay on the double path: with denormals-are-zero set, the
+  // single-precision multiply would read them as zero and the double one would not.
   if constexpr (requires { &K::gainSingle; }) {
     bool single = true;
-    for (int32_t c = 0; c < channels && single; ++c) single = double(float(gains[c])) == gains[c];
+    for (int32_t c = 0; c < channels && single; ++c) {
+      const double g = gains[c];
+      single = double(float(g)) == g && (g == 0.0 || g >= 0x1p-126 || g <= -0x1p-126);
+    }
     if (single) {
       alignas(64) float singles[2 * kMaxVectorChannels + K::block];
       for (int32_t k = 0; k < 2 * channels + K::block; ++k) singles[k] = float(table[k]);
