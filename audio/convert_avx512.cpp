@@ -6,8 +6,10 @@
 // rounding can differ from the plain double-precision converter (integers of at most 24
 // bits, power-of-two scales, a 24-bit value times a single-precision gain), clamps as
 // min(hi, x) so that NaN reaches the integer conversion and becomes INT32_MIN, lower
-// bounds applied to integers. Packed 24-bit blocks are read and written with byte masks,
-// so no byte outside the 48 of a block is touched.
+// bounds applied to integers. Packed 24-bit samples move four blocks (192 bytes, three
+// whole vectors) at a time, and the last blocks with byte masks, so no byte outside the
+// buffer is touched. Destinations of 8 MiB and more are written past the caches.
+//
 // GCC 12's AVX-512 headers start some conversions from an undefined vector and then warn
 // about it; the warning is about the header, not this code.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"

@@ -5,13 +5,13 @@
 // Integer sums saturate on values held in the upper bits of a 32-bit lane: a 24-bit
 // sample shifted up by 8 saturates at 0x7FFFFFFF / 0x80000000 exactly where the 24-bit
 // sum would clamp, so one 32-bit saturating add serves 24- and 32-bit samples alike.
+//
 // GCC 12's AVX-512 headers start some conversions from an undefined vector and then warn
 // about it; the warning is about the header, not this code.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #include <immintrin.h>
 
-#include <iterator>
 #include <type_traits>
 
 #include "audio/internal/mix_blocks.h"

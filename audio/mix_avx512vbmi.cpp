@@ -2,6 +2,7 @@
 // whole vectors) a block, each sample moved into the upper three bytes of a 32-bit lane
 // by one two-source byte permute and back the same way, with one 32-bit saturating add
 // between. Chosen over the plain AVX-512 mixer when the processor has VBMI.
+//
 // GCC 12's AVX-512 headers start some conversions from an undefined vector and then warn
 // about it; the warning is about the header, not this code.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
