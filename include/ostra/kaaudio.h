@@ -273,7 +273,7 @@ OSTRA_API HRESULT KaAudio_FillSilence(const _kawaveformat* format, void* buffer,
 OSTRA_API HRESULT KaAudio_FillSilence(const WAVEFORMATEX* format, void* buffer,
                                       DWORD frames) noexcept;
 
-// Which variant the converter table chose for a pair: "plain", "sse2" or "avx2"; null
+// Which variant the converter table chose for a pair: "plain", "sse2", "avx2" or "avx512"; null
 // when the pair has no converter. Reflects the table as it would be built now.
 OSTRA_API const char* KaAudio_GetConverterVariant(KASAMPLETYPE dest, KASAMPLETYPE src) noexcept;
 
@@ -306,7 +306,7 @@ OSTRA_API HRESULT KaAudio_Mix(const _kawaveformat* destFormat, void* dest,
 OSTRA_API HRESULT KaAudio_Mix(const WAVEFORMATEX* destFormat, void* dest,
                               const _kawaveformat* srcFormat, const void* src, DWORD frames,
                               const double* gains) noexcept;
-// "plain", "sse2" or "avx2" for a pair of the mixer table; null without a mixer.
+// "plain", "sse2", "avx2" or "avx512" for a pair of the mixer table; null without a mixer.
 OSTRA_API const char* KaAudio_GetMixerVariant(KASAMPLETYPE dest, KASAMPLETYPE src) noexcept;
 
 // ---------------------------------------------------------------- channel operations
