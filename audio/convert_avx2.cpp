@@ -205,58 +205,19 @@ inline void group(uint8_t* d, const uint8_t* s, float gain) {
   }
 }
 
-constexpr int kGroup = 4;
-
-// Whole blocks, forwards (or backwards for widening pairs, so that in-place conversion
-// works); the remaining samples go to the plain converter in the same direction.
-template <class D, class S, bool Unity>
-inline void blocks(uint8_t* d, const uint8_t* s, int32_t count, float gain) {
-  constexpr int db = D::bytes * kBlock, sb = S::bytes * kBlock;
-  if constexpr (D::bytes > S::bytes) {
-    int32_t i = count;
-    for (; i >= kGroup; i -= kGroup)
-      group<D, S, Unity, kGroup>(d + (i - kGroup) * db, s + (i - kGroup) * sb, gain);
-    for (; i > 0; --i) group<D, S, Unity, 1>(d + (i - 1) * db, s + (i - 1) * sb, gain);
-  } else {
-    int32_t i = 0;
-    for (; i + kGroup <= count; i += kGroup)
-      group<D, S, Unity, kGroup>(d + i * db, s + i * sb, gain);
-    for (; i < count; ++i) group<D, S, Unity, 1>(d + i * db, s + i * sb, gain);
-  }
-}
-
-template <class D, class S, int DI, int SI>
-void convertAvx2(void* dest, const void* src, int32_t n, float gain) {
-  if (n <= 0 || !dest || !src) return;
-  auto* d = static_cast<uint8_t*>(dest);
-  auto* s = static_cast<const uint8_t*>(src);
-  const int32_t whole = n / kBlock, rest = n - whole * kBlock;
-  const CopyFn plain = kPlainConverters.fn[DI][SI];
-  if constexpr (D::bytes > S::bytes) {
-    if (gain == 1.0f)
-      blocks<D, S, true>(d + rest * D::bytes, s + rest * S::bytes, whole, gain);
-    else
-      blocks<D, S, false>(d + rest * D::bytes, s + rest * S::bytes, whole, gain);
-    plain(d, s, rest, gain);
-  } else {
-    if (gain == 1.0f)
-      blocks<D, S, true>(d, s, whole, gain);
-    else
-      blocks<D, S, false>(d, s, whole, gain);
-    plain(d + whole * kBlock * D::bytes, s + whole * kBlock * S::bytes, rest, gain);
-  }
-}
-
-struct Put {
-  template <class D, class S, int DI, int SI>
-  static void put(ConverterTable& t) {
-    t.fn[DI][SI] = &convertAvx2<D, S, DI, SI>;
-    t.variant[DI][SI] = kAvx2;
+struct Kernels {
+  static constexpr int block = kBlock;
+  static constexpr bool canStream = false;
+  template <class D, class S, bool Unity, int N, bool>
+  static void group(uint8_t* d, const uint8_t* s, float gain) {
+    ostra::audio::group<D, S, Unity, N>(d, s, gain);
   }
 };
 
 }  // namespace
 
-void installConvertAvx2(ConverterTable& t, DWORD) noexcept { installVectorConverters<Put>(t); }
+void installConvertAvx2(ConverterTable& t, DWORD) noexcept {
+  installVectorConverters<Kernels, kAvx2>(t);
+}
 
 }  // namespace ostra::audio

@@ -254,76 +254,33 @@ inline void group(uint8_t* d, const uint8_t* s, float gain) {
   }
 }
 
-constexpr int kGroup = 4;
-
-template <class D, class S, bool Unity, bool NT>
-inline void blocks(uint8_t* d, const uint8_t* s, int32_t count, float gain) {
-  constexpr int db = D::bytes * kBlock, sb = S::bytes * kBlock;
-  if constexpr (D::bytes > S::bytes) {
-    int32_t i = count;
-    for (; i >= kGroup; i -= kGroup)
-      group<D, S, Unity, kGroup, NT>(d + (i - kGroup) * db, s + (i - kGroup) * sb, gain);
-    for (; i > 0; --i) group<D, S, Unity, 1, NT>(d + (i - 1) * db, s + (i - 1) * sb, gain);
-  } else {
-    int32_t i = 0;
-    for (; i + kGroup <= count; i += kGroup)
-      group<D, S, Unity, kGroup, NT>(d + i * db, s + i * sb, gain);
-    for (; i < count; ++i) group<D, S, Unity, 1, NT>(d + i * db, s + i * sb, gain);
-  }
-}
-
 // Destinations from this size on are written with streaming stores: they are larger than
 // the share of a last-level cache one core can hold, so the lines would be evicted before
 // anyone read them, and reading each line before overwriting it would cost a third more
 // memory traffic. Smaller destinations stay in the caches for whoever reads them next.
 constexpr size_t kStreamBytes = size_t(8) << 20;
 
-// The whole blocks of `count`, starting at d and s, with or without streaming stores.
-template <class D, class S>
-void convertBlocks(uint8_t* d, const uint8_t* s, int32_t count, float gain) {
+struct Kernels {
+  static constexpr int block = kBlock;
+  static constexpr bool canStream = true;
+  template <class D, class S, bool Unity, int N, bool Stream>
+  static void group(uint8_t* d, const uint8_t* s, float gain) {
+    ostra::audio::group<D, S, Unity, N, Stream>(d, s, gain);
+  }
   // Streaming stores need aligned addresses: whole vectors, or half vectors for 16 bits.
-  constexpr uintptr_t align = std::is_same_v<D, TS16> ? 32 : 64;
-  const bool stream = size_t(count) * kBlock * D::bytes >= kStreamBytes &&
-                      reinterpret_cast<uintptr_t>(d) % align == 0;
-  if (stream) {
-    if (gain == 1.0f)
-      blocks<D, S, true, true>(d, s, count, gain);
-    else
-      blocks<D, S, false, true>(d, s, count, gain);
-    _mm_sfence();  // streaming stores are weakly ordered
-  } else if (gain == 1.0f) {
-    blocks<D, S, true, false>(d, s, count, gain);
-  } else {
-    blocks<D, S, false, false>(d, s, count, gain);
+  template <class D>
+  static bool streams(const uint8_t* d, int32_t count) {
+    constexpr uintptr_t align = std::is_same_v<D, TS16> ? 32 : 64;
+    return size_t(count) * kBlock * D::bytes >= kStreamBytes &&
+           reinterpret_cast<uintptr_t>(d) % align == 0;
   }
-}
-
-template <class D, class S, int DI, int SI>
-void convertAvx512(void* dest, const void* src, int32_t n, float gain) {
-  if (n <= 0 || !dest || !src) return;
-  auto* d = static_cast<uint8_t*>(dest);
-  auto* s = static_cast<const uint8_t*>(src);
-  const int32_t whole = n / kBlock, rest = n - whole * kBlock;
-  const CopyFn plain = kPlainConverters.fn[DI][SI];
-  if constexpr (D::bytes > S::bytes) {
-    convertBlocks<D, S>(d + rest * D::bytes, s + rest * S::bytes, whole, gain);
-    plain(d, s, rest, gain);
-  } else {
-    convertBlocks<D, S>(d, s, whole, gain);
-    plain(d + whole * kBlock * D::bytes, s + whole * kBlock * S::bytes, rest, gain);
-  }
-}
-
-struct Put {
-  template <class D, class S, int DI, int SI>
-  static void put(ConverterTable& t) {
-    t.fn[DI][SI] = &convertAvx512<D, S, DI, SI>;
-    t.variant[DI][SI] = kAvx512;
-  }
+  static void fence() { _mm_sfence(); }  // streaming stores are weakly ordered
 };
 
 }  // namespace
 
-void installConvertAvx512(ConverterTable& t, DWORD) noexcept { installVectorConverters<Put>(t); }
+void installConvertAvx512(ConverterTable& t, DWORD) noexcept {
+  installVectorConverters<Kernels, kAvx512>(t);
+}
 
 }  // namespace ostra::audio
