@@ -3,26 +3,15 @@
 // image (mriff_*), each rendered as text and JSON as the command prints them. The tool's
 // sources are compiled in here because the fuzz targets link the static kernel, not the
 // tool.
-#include <filesystem>
-#include <random>
-#include <string>
+#include <cstdint>
 
 #include "../tools/ostra/inspect.cpp"
 #include "../tools/ostra/inspect_render.cpp"
 #include "../tools/ostra/text.cpp"
 #include "ostra/kaplatform.h"
+#include "scratch_file.h"
 
 namespace {
-
-struct Scratch {
-  std::string path;
-  Scratch() {
-    path = (std::filesystem::temp_directory_path() /
-            ("ostra-info-fuzz-" + std::to_string(std::random_device{}()) + ".bin"))
-               .string();
-  }
-  ~Scratch() { KaFile_DeleteUtf8(path.c_str()); }
-};
 
 void render(const ostra::cli::FileFacts& facts) {
   const std::string json =
@@ -34,15 +23,11 @@ void render(const ostra::cli::FileFacts& facts) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static Scratch scratch;
-  KAHFILE file = KA_INVALID_HFILE;
-  if (SUCCEEDED(KaFile_OpenUtf8(scratch.path.c_str(), GENERIC_READ | GENERIC_WRITE, 0,
-                                CREATE_ALWAYS, 0, &file))) {
-    DWORD written = 0;
-    if (size == 0 || SUCCEEDED(KaFile_Write(file, data, DWORD(size), &written))) {
-      ostra::cli::FileFacts facts;
-      if (SUCCEEDED(ostra::cli::inspectFile(file, facts))) render(facts);
-    }
+  static const ostra::fuzz::ScratchFile scratch("info", SIZE_MAX);
+  const KAHFILE file = scratch.open(data, size);
+  if (file != KA_INVALID_HFILE) {
+    ostra::cli::FileFacts facts;
+    if (SUCCEEDED(ostra::cli::inspectFile(file, facts))) render(facts);
     KaFile_Close(file);
   }
   ostra::cli::FileFacts image;

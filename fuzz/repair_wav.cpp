@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "ostra/kawave.h"
-#include "repair_scratch.h"
+#include "scratch_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const ostra::fuzz::ScratchFile scratch("repair");

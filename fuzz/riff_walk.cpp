@@ -4,36 +4,12 @@
 // bounds and allocations larger than the file are not.
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
-#include <random>
-#include <string>
 
 #include "ostra/kaplatform.h"
 #include "ostra/riff.h"
+#include "scratch_file.h"
 
 namespace {
-
-struct Scratch {
-  std::string path;
-  Scratch() {
-    std::random_device rd;
-    path = (std::filesystem::temp_directory_path() / ("ostra_fuzz_riff_" + std::to_string(rd())))
-               .string();
-  }
-  ~Scratch() {
-    std::error_code ec;
-    std::filesystem::remove(path, ec);
-  }
-  KAHFILE open(const uint8_t* data, size_t size) const {
-    KAHFILE f = KA_INVALID_HFILE;
-    if (FAILED(
-            KaFile_OpenUtf8(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, CREATE_ALWAYS, 0, &f)))
-      return KA_INVALID_HFILE;
-    if (size) KaFile_Write(f, data, DWORD(size), nullptr);
-    KaFile_Seek(f, 0, FILE_BEGIN, nullptr);
-    return f;
-  }
-};
 
 // A block handed out for a size the file named must fit in the file.
 void readAlloc(KAHFILE f, DWORD size, size_t fileSize) {
@@ -47,7 +23,7 @@ void readAlloc(KAHFILE f, DWORD size, size_t fileSize) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static Scratch scratch;
+  static const ostra::fuzz::ScratchFile scratch("riff", SIZE_MAX);
   if (size > (1u << 20)) return 0;
   const KAHFILE f = scratch.open(data, size);
   if (f == KA_INVALID_HFILE) return 0;

@@ -3,36 +3,12 @@
 // Any result code is fine; crashes, hangs and out-of-bounds accesses are not.
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
-#include <random>
-#include <string>
 
 #include "ostra/kaplatform.h"
 #include "ostra/riff64.h"
+#include "scratch_file.h"
 
 namespace {
-
-struct Scratch {
-  std::string path;
-  Scratch() {
-    std::random_device rd;
-    path = (std::filesystem::temp_directory_path() / ("ostra_fuzz_w64_" + std::to_string(rd())))
-               .string();
-  }
-  ~Scratch() {
-    std::error_code ec;
-    std::filesystem::remove(path, ec);
-  }
-  KAHFILE open(const uint8_t* data, size_t size) const {
-    KAHFILE f = KA_INVALID_HFILE;
-    if (FAILED(
-            KaFile_OpenUtf8(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, CREATE_ALWAYS, 0, &f)))
-      return KA_INVALID_HFILE;
-    if (size) KaFile_Write(f, data, DWORD(size), nullptr);
-    KaFile_Seek(f, 0, FILE_BEGIN, nullptr);
-    return f;
-  }
-};
 
 void readAlloc(KAHFILE f, UINT64 size, size_t fileSize) {
   if (size > 0xFFFFFFFFu) return;
@@ -46,7 +22,7 @@ void readAlloc(KAHFILE f, UINT64 size, size_t fileSize) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static Scratch scratch;
+  static const ostra::fuzz::ScratchFile scratch("w64", SIZE_MAX);
   if (size > (1u << 20)) return 0;
   const KAHFILE f = scratch.open(data, size);
   if (f == KA_INVALID_HFILE) return 0;

@@ -1,8 +1,9 @@
 // A scratch file per fuzz process for the targets that parse files through a handle
-// (aiff_*, displist_*, repair_*, summary_*): every input is written to it and the file
-// is reopened, so the parsers see exactly the fuzz bytes.
+// (riff_*, riff64_*, aiff_*, displist_*, repair_*, summary_*): every input is written to
+// it and the file is reopened, so the parsers see exactly the fuzz bytes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <random>
@@ -14,7 +15,8 @@ namespace ostra::fuzz {
 
 class ScratchFile {
  public:
-  explicit ScratchFile(const char* tag) {
+  // Inputs above maxSize are not worth a file.
+  explicit ScratchFile(const char* tag, size_t maxSize = size_t(1) << 20) : maxSize_(maxSize) {
     std::random_device rd;
     path_ = (std::filesystem::temp_directory_path() /
              ("ostra_fuzz_" + std::string(tag) + "_" + std::to_string(rd())))
@@ -25,10 +27,10 @@ class ScratchFile {
     std::filesystem::remove(path_, ec);
   }
   // The bytes as a file opened for reading and writing, positioned at 0; invalid on
-  // failure. Inputs above 1 MiB are not worth a file.
+  // failure or above the size limit.
   KAHFILE open(const uint8_t* data, size_t size) const {
     KAHFILE f = KA_INVALID_HFILE;
-    if (size > (1u << 20)) return KA_INVALID_HFILE;
+    if (size > maxSize_) return KA_INVALID_HFILE;
     if (FAILED(
             KaFile_OpenUtf8(path_.c_str(), GENERIC_READ | GENERIC_WRITE, 0, CREATE_ALWAYS, 0, &f)))
       return KA_INVALID_HFILE;
@@ -39,6 +41,7 @@ class ScratchFile {
 
  private:
   std::string path_;
+  size_t maxSize_;
 };
 
 // Reads a little-endian 32-bit word from the front of the input, consuming it.
