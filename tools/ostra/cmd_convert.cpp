@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "checks.h"
 #include "command.h"
 #include "operations.h"
 #include "ostra/kaerror.h"
@@ -18,6 +19,10 @@ namespace {
 // Frames per block: large enough that system calls do not dominate, small enough that
 // the three buffers stay within a few MiB for any channel count up to 65535 x 8 bytes.
 constexpr uint64_t kBlockBytes = 1u << 20;
+
+// The converters take the gain as a single-precision factor; within this range it stays a
+// finite, normal number (10^30 at most), and no musical use comes near it.
+constexpr double kMaxGainDb = 600.0;
 
 bool samePath(const std::string& a, const std::string& b) {
   std::error_code ec;
@@ -54,11 +59,13 @@ HRESULT convertFile(const ConvertRequest& r) {
 
   FileFacts src;
   if (FAILED(hr = inspectFile(in, src))) return hr;
-  if (!src.hasFormat || !src.hasData) return KAERR_CORRUPT_FILE;
+  std::string why;
+  if (FAILED(hr = checkReadableAudio(src, why))) {
+    KaErrorHandler_DetailsInit();
+    KaErrorHandler_DetailsAddString(hr, u"%hs", why.c_str());
+    return hr;
+  }
   const auto srcType = KASAMPLETYPE(src.format.sampleType);
-  const int srcBytes = KaAudio_BytesFromSampleType(srcType);
-  if (srcBytes <= 0 || src.format.blockAlign != srcBytes * src.format.channels)
-    return KAERR_UNSUPPORTED_FORMAT;
 
   const Container container = r.container.value_or(src.kind);
   const KASAMPLETYPE dstType = storedType(container, r.type != KASAMPLE_NONE ? r.type : srcType);
@@ -141,7 +148,16 @@ void setup(CLI::App& cmd) {
   cmd.add_option("--type", o.type, "Sample type of OUT (default: that of IN)")
       ->check(
           CLI::IsMember({"pcm8", "pcm16", "pcm24", "pcm32", "pcm24in32", "float32", "float64"}));
-  cmd.add_option("--gain", o.gain, "Gain in dB applied on the way (default 0)");
+  cmd.add_option("--gain", o.gain, "Gain in dB applied on the way (default 0)")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            const double db = std::strtod(text.c_str(), nullptr);
+            return std::isfinite(db) && std::fabs(db) <= kMaxGainDb
+                       ? std::string()
+                       : "the gain must be a finite number of dB within +/-" +
+                             std::to_string(int(kMaxGainDb)) + ", not " + text;
+          },
+          "DB"));
   cmd.add_option("--container", o.container, "Container of OUT (default: that of IN)")
       ->check(CLI::IsMember({"wav", "w64", "aiff"}));
   cmd.callback([] {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "checks.h"
 #include "command.h"
 #include "inspect.h"
 #include "ostra/kaaudio.h"
@@ -81,13 +82,10 @@ void run(const Options& o) {
   hr = inspectFile(file, facts);
   const int32_t type = facts.format.sampleType;
   const int bytes = KaAudio_BytesFromSampleType(KASAMPLETYPE(type));
-  if (SUCCEEDED(hr) && (!facts.hasFormat || !facts.hasData)) hr = KAERR_CORRUPT_FILE;
-  if (SUCCEEDED(hr) && (bytes <= 0 || facts.format.channels == 0 ||
-                        facts.format.blockAlign != uint32_t(bytes) * facts.format.channels))
-    hr = KAERR_UNSUPPORTED_FORMAT;
-  if (FAILED(hr)) {
+  if (FAILED(hr) || refuseUnreadableAudio(facts, o.file)) {
     KaFile_Close(file);
-    return void(reportFailure(hr, o.file));
+    if (FAILED(hr)) reportFailure(hr, o.file);
+    return;
   }
   const unsigned channels = facts.format.channels;
   const uint64_t first = std::min(o.start, facts.frames);
@@ -134,8 +132,10 @@ void setup(CLI::App& cmd) {
       ->required()
       ->check(CLI::ExistingFile);
   cmd.add_flag("--json", o.json, "Print {\"channels\": [[...], ...]}");
-  cmd.add_option("--count", o.count, "Frames to show (default 16)");
-  cmd.add_option("--start", o.start, "First frame to show (default 0)");
+  cmd.add_option("--count", o.count, "Frames to show (default 16)")
+      ->check(wholeNumber());
+  cmd.add_option("--start", o.start, "First frame to show (default 0)")
+      ->check(wholeNumber());
   cmd.callback([] { run(o); });
 }
 

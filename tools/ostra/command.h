@@ -22,8 +22,23 @@ int& exitStatus();
 // exit status to use (1). `context` is a file name or argument woven into the message.
 int reportFailure(HRESULT hr, const std::string& context = std::string(), DWORD contextId = 0);
 
+// The same for a refusal whose cause the result code alone does not say: `reason`, in the
+// user's terms, goes into the kernel's details and prints under the message.
+int reportRefusal(HRESULT hr, const std::string& context, const std::string& reason);
+
 // Prints a plain usage or input error (not a kernel result) and returns 2.
 int reportUsage(const std::string& message);
+
+// Accepts a whole number from 0 up (frame positions and counts); CLI11 would otherwise let
+// "-5" wrap round into an unsigned option.
+inline CLI::Validator wholeNumber() {
+  return CLI::Validator(
+      [](std::string& text) {
+        const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+        return digits ? std::string() : "expected a whole number from 0 up, not " + text;
+      },
+      "N");
+}
 
 }  // namespace ostra::cli
 

@@ -48,7 +48,10 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    return app.exit(e);
+    // Help and version requests succeed; every other parse error is a usage error, exit 2
+    // whatever number the parser gives its kind.
+    const int parserStatus = app.exit(e);
+    return parserStatus == 0 ? 0 : 2;
   }
   return exitStatus();
 }

@@ -26,6 +26,21 @@ std::string utf8(const KAWCHAR* s) {
   return out;
 }
 
+// The composed text marks the details with "<Details>" lines for message boxes; on a
+// terminal they are plain lines under the message.
+std::string terminalText(std::string s) {
+  std::string out;
+  out.reserve(s.size());
+  for (char c : s)
+    if (c != '\r') out += c;
+  for (const char* marker : {"\n<Details>\n", "\n</Details>"}) {
+    const size_t at = out.find(marker);
+    if (at != std::string::npos) out.replace(at, std::char_traits<char>::length(marker), "\n");
+  }
+  while (!out.empty() && out.back() == '\n') out.pop_back();
+  return out;
+}
+
 }  // namespace
 
 // The kernel's own composed message (context sentence, reason, details). The general
@@ -33,8 +48,9 @@ std::string utf8(const KAWCHAR* s) {
 int reportFailure(HRESULT hr, const std::string& context, DWORD contextId) {
   const std::u16string arg = utf16(context);
   KAWCHAR* text = KaErrorHandler_ComposeErrorText(contextId, hr, arg.c_str());
-  const std::string message = text ? utf8(text) : std::string();
+  const std::string message = text ? terminalText(utf8(text)) : std::string();
   KaErrorHandler_FreeErrorText(text);
+  KaErrorHandler_DetailsInit();
   if (message.empty())
     std::fprintf(stderr, "ostra: error 0x%08x\n", unsigned(hr));
   else if (contextId == 0 && !context.empty())
@@ -42,6 +58,12 @@ int reportFailure(HRESULT hr, const std::string& context, DWORD contextId) {
   else
     std::fprintf(stderr, "ostra: %s\n", message.c_str());
   return exitStatus() = 1;
+}
+
+int reportRefusal(HRESULT hr, const std::string& context, const std::string& reason) {
+  KaErrorHandler_DetailsInit();
+  KaErrorHandler_DetailsAddString(hr, u"%hs", reason.c_str());
+  return reportFailure(hr, context);
 }
 
 }  // namespace ostra::cli
