@@ -1,14 +1,12 @@
 // Sample conversion: the plain converters (the definition of every result), the table
 // that picks a variant per pair once per processor-feature setting, and the exported
 // entry points KaAudio_GetCopyFunction*, KaAudio_Copy and KaAudio_FillSilence.
-#include <atomic>
 #include <cstring>
-#include <mutex>
-#include <new>
 #include <utility>
 
 #include "audio/internal/samples.h"
 #include "audio/internal/tables.h"
+#include "kernel/internal/feature_table.h"
 
 namespace ostra::audio {
 namespace {
@@ -85,34 +83,20 @@ constexpr ConverterTable makePlain(std::integer_sequence<int, DI...>) {
   return t;
 }
 
-// Tables are rebuilt when the host changes the allowed or forced features; an old table
-// is kept alive because a caller may still be reading from it (rebuilds are rare).
-struct Built {
-  ConverterTable table;
-  DWORD generation;
-  const Built* previous;  // retired tables stay reachable: readers may still hold them
-};
-std::atomic<const Built*> gConverters{nullptr};
-std::mutex gBuildLock;
-
-const ConverterTable& converters() {
-  const DWORD generation = KaGetCPUSupportGeneration();
-  const Built* b = gConverters.load(std::memory_order_acquire);
-  if (b && b->generation == generation) return b->table;
-  std::lock_guard<std::mutex> lock(gBuildLock);
-  b = gConverters.load(std::memory_order_acquire);
-  if (b && b->generation == generation) return b->table;
-  Built* fresh = new (std::nothrow) Built{kPlainConverters, generation, b};
-  if (!fresh) return kPlainConverters;
+ConverterTable buildConverters(DWORD features) noexcept {
+  ConverterTable t = kPlainConverters;
 #if defined(__x86_64__)
-  const DWORD features = KaGetCPUSupport(0);
-  installConvertSse2(fresh->table, features);
-  if (avx2Usable(features)) installConvertAvx2(fresh->table, features);
-  if (avx512Usable(features)) installConvertAvx512(fresh->table, features);
+  installConvertSse2(t, features);
+  if (avx2Usable(features)) installConvertAvx2(t, features);
+  if (avx512Usable(features)) installConvertAvx512(t, features);
+#else
+  (void)features;
 #endif
-  gConverters.store(fresh, std::memory_order_release);
-  return fresh->table;
+  return t;
 }
+constinit kernel::FeatureTable<ConverterTable> gConverters{buildConverters};
+
+const ConverterTable& converters() { return gConverters.get(); }
 
 KASAMPLETYPE typeOf(const _kawaveformat* k) {
   return k && !k->IsCompressed() ? k->SampleType : KASAMPLE_NONE;
@@ -222,14 +206,8 @@ bool avx2Usable(DWORD features) noexcept {
 }
 
 bool avx512Usable(DWORD features) noexcept {
-#if defined(__x86_64__)
-  return avx2Usable(features) && (features & KACPU_AVX512F) &&
-         (KaGetOSSupport(KACPU_AVX512F) & KACPU_AVX512F) && __builtin_cpu_supports("avx512bw") &&
-         __builtin_cpu_supports("avx512vl");
-#else
-  (void)features;
-  return false;
-#endif
+  constexpr DWORD need = KACPU_AVX512F | KACPU_AVX512BW | KACPU_AVX512VL;
+  return avx2Usable(features) && (features & need) == need && (KaGetOSSupport(need) & need) == need;
 }
 
 }  // namespace ostra::audio

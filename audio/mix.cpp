@@ -1,13 +1,11 @@
 // Mixing: the plain mixers over the eight linear sample types (the definition of every
 // result), the mixer table, and KaAudio_GetMixFunction*, KaAudio_Mix.
-#include <atomic>
-#include <mutex>
-#include <new>
 #include <utility>
 #include <vector>
 
 #include "audio/internal/samples.h"
 #include "audio/internal/tables.h"
+#include "kernel/internal/feature_table.h"
 
 namespace ostra::audio {
 namespace {
@@ -98,36 +96,24 @@ constexpr MixerTable makePlain(std::integer_sequence<int, DI...>) {
   return t;
 }
 
-struct Built {
-  MixerTable table;
-  DWORD generation;
-  const Built* previous;  // retired tables stay reachable: readers may still hold them
-};
-std::atomic<const Built*> gMixers{nullptr};
-std::mutex gBuildLock;
-
-const MixerTable& mixers() {
-  const DWORD generation = KaGetCPUSupportGeneration();
-  const Built* b = gMixers.load(std::memory_order_acquire);
-  if (b && b->generation == generation) return b->table;
-  std::lock_guard<std::mutex> lock(gBuildLock);
-  b = gMixers.load(std::memory_order_acquire);
-  if (b && b->generation == generation) return b->table;
-  // An outdated table stays allocated: a caller may still be reading it.
-  Built* fresh = new (std::nothrow) Built{kPlainMixers, generation, b};
-  if (!fresh) return kPlainMixers;
+MixerTable buildMixers(DWORD features) noexcept {
+  MixerTable t = kPlainMixers;
 #if defined(__x86_64__)
-  const DWORD features = KaGetCPUSupport(0);
-  installMixSse2(fresh->table, features);
-  if (avx2Usable(features)) installMixAvx2(fresh->table, features);
+  installMixSse2(t, features);
+  if (avx2Usable(features)) installMixAvx2(t, features);
   if (avx512Usable(features)) {
-    installMixAvx512(fresh->table, features);
-    if (__builtin_cpu_supports("avx512vbmi")) installMixAvx512Vbmi(fresh->table, features);
+    installMixAvx512(t, features);
+    if ((features & KACPU_AVX512VBMI) && (KaGetOSSupport(KACPU_AVX512VBMI) & KACPU_AVX512VBMI))
+      installMixAvx512Vbmi(t, features);
   }
+#else
+  (void)features;
 #endif
-  gMixers.store(fresh, std::memory_order_release);
-  return fresh->table;
+  return t;
 }
+constinit kernel::FeatureTable<MixerTable> gMixers{buildMixers};
+
+const MixerTable& mixers() { return gMixers.get(); }
 
 int mixIndex(KASAMPLETYPE t) {
   const int i = convertIndex(t);

@@ -1,11 +1,10 @@
 // Packed "UYVY" to 32- and 24-bit RGB in 12-bit fixed point: the plain kernels, the
 // table that picks a vector kernel by processor feature, and the entry points.
-#include <atomic>
 #include <cmath>
 #include <cstdlib>
-#include <mutex>
 
 #include "image/internal/uyvy.h"
+#include "kernel/internal/feature_table.h"
 #include "ostra/kacpu.h"
 #include "ostra/kayuv.h"
 
@@ -30,9 +29,6 @@ inline void convertPairs(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeff
   }
 }
 
-std::mutex gTableLock;
-std::atomic<DWORD> gTableGeneration{~0u};
-UyvyTable gTable{uyvyToBgra_plain, uyvyToBgr_plain};
 
 }  // namespace
 
@@ -51,7 +47,8 @@ UyvyTable uyvyTableFor(DWORD cpu) noexcept {
     t.toBgra = uyvyToBgra_avx2;
     t.toBgr = uyvyToBgr_avx2;
   }
-  if ((cpu & KACPU_AVX512F) && (cpu & KACPU_AVX2) && __builtin_cpu_supports("avx512bw"))
+  constexpr DWORD kAvx512 = KACPU_AVX2 | KACPU_AVX512F | KACPU_AVX512BW;
+  if ((cpu & kAvx512) == kAvx512)
     t.toBgra = uyvyToBgra_avx512;
 #else
   (void)cpu;
@@ -60,15 +57,8 @@ UyvyTable uyvyTableFor(DWORD cpu) noexcept {
 }
 
 const UyvyTable& uyvyTable() noexcept {
-  const DWORD gen = KaGetCPUSupportGeneration();
-  if (gTableGeneration.load(std::memory_order_acquire) != gen) {
-    std::lock_guard<std::mutex> lock(gTableLock);
-    if (gTableGeneration.load(std::memory_order_relaxed) != gen) {
-      gTable = uyvyTableFor(KaGetCPUSupport(0));
-      gTableGeneration.store(gen, std::memory_order_release);
-    }
-  }
-  return gTable;
+  static constinit kernel::FeatureTable<UyvyTable> table{uyvyTableFor};
+  return table.get();
 }
 
 UyvyCoeffs uyvyCoeffs(int colourSpace, LONG width, LONG height) noexcept {

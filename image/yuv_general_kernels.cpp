@@ -1,11 +1,10 @@
 // Plain colour kernels of the general YUV conversions (they define the result) and the
 // table that swaps in the vector ones by processor feature.
-#include <atomic>
 #include <cmath>
 #include <cstring>
-#include <mutex>
 
 #include "image/internal/yuv_general.h"
+#include "kernel/internal/feature_table.h"
 #include "ostra/kacpu.h"
 
 namespace ostra::image {
@@ -72,10 +71,6 @@ inline DWORD load32(const BYTE* p) {
   std::memcpy(&v, p, 4);
   return v;
 }
-
-std::mutex gTableLock;
-std::atomic<DWORD> gTableGeneration{~0u};
-YuvGeneralTable gTable;
 
 }  // namespace
 
@@ -169,8 +164,8 @@ YuvGeneralTable yuvGeneralTableFor(DWORD cpu) noexcept {
          samplesToV210_avx2,
          words10ToSamples_avx2,
          wordPairs10ToSamples_avx2};
-  if ((cpu & KACPU_AVX512F) && (cpu & KACPU_AVX2) && __builtin_cpu_supports("avx512bw") &&
-      __builtin_cpu_supports("avx512vl"))
+  constexpr DWORD kAvx512 = KACPU_AVX2 | KACPU_AVX512F | KACPU_AVX512BW | KACPU_AVX512VL;
+  if ((cpu & kAvx512) == kAvx512)
     t = {{yuv8ToBgra_avx512, yuv10ToBgra_avx512},
          {bgraToLuma8_avx512, bgraToLuma10_avx512},
          {bgraToChroma8_avx512, bgraToChroma10_avx512},
@@ -185,15 +180,8 @@ YuvGeneralTable yuvGeneralTableFor(DWORD cpu) noexcept {
 }
 
 const YuvGeneralTable& yuvGeneralTable() noexcept {
-  const DWORD gen = KaGetCPUSupportGeneration();
-  if (gTableGeneration.load(std::memory_order_acquire) != gen) {
-    std::lock_guard<std::mutex> lock(gTableLock);
-    if (gTableGeneration.load(std::memory_order_relaxed) != gen) {
-      gTable = yuvGeneralTableFor(KaGetCPUSupport(0));
-      gTableGeneration.store(gen, std::memory_order_release);
-    }
-  }
-  return gTable;
+  static constinit kernel::FeatureTable<YuvGeneralTable> table{yuvGeneralTableFor};
+  return table.get();
 }
 
 }  // namespace ostra::image

@@ -44,7 +44,12 @@ CpuIdentification identifyProcessor() noexcept {
   unsigned a7 = 0, b7 = 0, c7 = 0, d7 = 0;
   if (__get_cpuid_count(7, 0, &a7, &b7, &c7, &d7)) {
     if (b7 & (1u << 5)) f |= KACPU_AVX2;
-    if (b7 & (1u << 16)) f |= KACPU_AVX512F;
+    if (b7 & (1u << 16)) {
+      f |= KACPU_AVX512F;
+      if (b7 & (1u << 30)) f |= KACPU_AVX512BW;
+      if (b7 & (1u << 31)) f |= KACPU_AVX512VL;
+      if (c7 & (1u << 1)) f |= KACPU_AVX512VBMI;
+    }
   }
   if ((f & KACPU_SSE) && dazControlWorks()) f |= KACPU_DAZ;
   const uint32_t cls = (f & KACPU_SSE2)  ? KACPU_CLASS_SSE2
@@ -57,8 +62,9 @@ CpuIdentification identifyProcessor() noexcept {
   uint32_t os = id.processor;
   const bool osxsave = c & (1u << 27);
   const uint64_t xcr0 = osxsave ? xgetbv0() : 0;
-  if ((xcr0 & 0x6) != 0x6) os &= ~(KACPU_AVX | KACPU_AVX2 | KACPU_FMA | KACPU_AVX512F);
-  if ((xcr0 & 0xE6) != 0xE6) os &= ~KACPU_AVX512F;
+  constexpr uint32_t kAvx512 = KACPU_AVX512F | KACPU_AVX512BW | KACPU_AVX512VL | KACPU_AVX512VBMI;
+  if ((xcr0 & 0x6) != 0x6) os &= ~(KACPU_AVX | KACPU_AVX2 | KACPU_FMA | kAvx512);
+  if ((xcr0 & 0xE6) != 0xE6) os &= ~kAvx512;
   id.os = os;
   return id;
 }

@@ -82,7 +82,8 @@ void BM_Ours_AVX2(benchmark::State& s) {
   variant(s, uyvyToBgra_avx2);
 }
 void BM_Ours_AVX512(benchmark::State& s) {
-  if (!(KaGetCPUSupport(0) & KACPU_AVX512F) || !__builtin_cpu_supports("avx512bw"))
+  constexpr DWORD kAvx512 = KACPU_AVX512F | KACPU_AVX512BW;
+  if ((KaGetCPUSupport(0) & kAvx512) != kAvx512)
     return s.SkipWithError("no AVX-512");
   variant(s, uyvyToBgra_avx512);
 }

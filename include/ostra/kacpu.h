@@ -24,6 +24,12 @@
 #define KACPU_FMA 0x00004000u
 #define KACPU_AVX512F 0x00008000u
 #define KACPU_DAZ 0x00020000u  // denormals-are-zero control of the vector unit
+// AVX-512 extensions the vector variants need beside the foundation: byte and word
+// instructions, 128- and 256-bit forms, byte permutes. Each is reported only with
+// KACPU_AVX512F and only when the operating system saves the ZMM state.
+#define KACPU_AVX512BW 0x00040000u
+#define KACPU_AVX512VL 0x00080000u
+#define KACPU_AVX512VBMI 0x00100000u
 
 OSTRA_API DWORD KaGetCPUSupport(DWORD mask) noexcept;
 OSTRA_API DWORD KaGetOSSupport(DWORD mask) noexcept;

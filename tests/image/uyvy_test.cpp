@@ -127,8 +127,8 @@ std::vector<UyvyTable> variants() {
   const DWORD cpu = KaGetCPUDetected();
   v.push_back(uyvyTableFor(KACPU_SSE2));
   if (cpu & KACPU_AVX2) v.push_back(uyvyTableFor(KACPU_AVX2 | KACPU_SSE2));
-  if ((cpu & KACPU_AVX512F) && __builtin_cpu_supports("avx512bw"))
-    v.push_back(uyvyTableFor(KACPU_AVX512F | KACPU_AVX2 | KACPU_SSE2));
+  if ((cpu & (KACPU_AVX512F | KACPU_AVX512BW)) == (KACPU_AVX512F | KACPU_AVX512BW))
+    v.push_back(uyvyTableFor(KACPU_AVX512F | KACPU_AVX512BW | KACPU_AVX2 | KACPU_SSE2));
   return v;
 }
 

@@ -262,8 +262,8 @@ TEST(YuvGeneral, TableFollowsTheAllowedFeatures) {
   };
 #if defined(__x86_64__)
   if (!(KaGetCPUSupport(0) & KACPU_AVX2)) GTEST_SKIP() << "no AVX2";
-  const bool avx512 = (KaGetCPUSupport(0) & KACPU_AVX512F) && __builtin_cpu_supports("avx512bw") &&
-                      __builtin_cpu_supports("avx512vl");
+  constexpr DWORD kAvx512 = KACPU_AVX512F | KACPU_AVX512BW | KACPU_AVX512VL;
+  const bool avx512 = (KaGetCPUSupport(0) & kAvx512) == kAvx512;
   if (avx512)
     expect(yuv8ToBgra_avx512, bgraToLuma10_avx512, bgraToChroma8_avx512, v210ToSamples_avx2);
   KaDisallowCPUSupport(KACPU_AVX512F);
