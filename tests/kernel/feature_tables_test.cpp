@@ -33,11 +33,11 @@ std::vector<uint8_t> bytesOf(const void* p, size_t n) {
 
 TEST(FeatureTables, ChangingFeaturesWhileOtherThreadsWorkNeverChangesAResult) {
   std::mt19937 rng(7);
-  std::vector<int16_t> pcm(4099);
+  std::vector<int16_t> pcm(259);
   for (auto& s : pcm) s = int16_t(rng());
   std::vector<float> floats(pcm.size());
   for (size_t i = 0; i < floats.size(); ++i) floats[i] = float(int16_t(rng())) / 40000.0f;
-  constexpr LONG kW = 130, kH = 6;
+  constexpr LONG kW = 66, kH = 2;
   std::vector<uint8_t> uyvy(size_t(kW) * 2 * kH), bgra(size_t(kW) * 4 * kH);
   for (auto& b : uyvy) b = uint8_t(rng());
   for (auto& b : bgra) b = uint8_t(rng());
@@ -81,19 +81,27 @@ TEST(FeatureTables, ChangingFeaturesWhileOtherThreadsWorkNeverChangesAResult) {
   KaAllowCPUSupport(kVectorBits);
 
   std::atomic<bool> stop{false};
-  std::atomic<int> mismatches{0};
+  std::atomic<int> mismatches{0}, runs{0};
   std::vector<std::thread> workers;
-  for (size_t i = 0; i < std::size(jobs); ++i)
-    workers.emplace_back([&, i] {
-      for (int n = 0; n < 25 || !stop.load(); ++n)
+  // Two threads a job, so that one may rebuild a table while the other reads it.
+  for (size_t i = 0; i < 2 * std::size(jobs); ++i)
+    workers.emplace_back([&, i = i % std::size(jobs)] {
+      while (!stop.load()) {
         if (jobs[i].run() != expected[i]) mismatches.fetch_add(1);
+        if (i == 0) runs.fetch_add(1);
+      }
     });
-  // The host switches the vector levels off and on while the workers run.
+  // The host switches a vector level off or on after each conversion of the first
+  // thread, so that most calls find their table built and read it without a lock while
+  // another thread rebuilds it.
   const DWORD levels[] = {KACPU_AVX512F, KACPU_AVX2 | KACPU_AVX512F, kVectorBits, KACPU_SSE2};
-  for (int round = 0; round < 200; ++round) {
-    const DWORD bits = levels[round % std::size(levels)];
-    KaDisallowCPUSupport(bits);
-    KaAllowCPUSupport(bits);
+  for (int round = 0; round < 400; ++round) {
+    while (runs.load() < round) std::this_thread::yield();
+    const DWORD bits = levels[(round / 2) % std::size(levels)];
+    if (round % 2 == 0)
+      KaDisallowCPUSupport(bits);
+    else
+      KaAllowCPUSupport(bits);
   }
   stop.store(true);
   for (auto& t : workers) t.join();
