@@ -3,7 +3,6 @@
 // international separators of the chosen language.
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string>
@@ -12,6 +11,7 @@
 #include "kernel/internal/string_table.h"
 #include "kernel/internal/strings.h"
 #include "ostra/kakernel.h"
+#include "platform/internal/system.h"
 
 struct KaOpaqueLang {
   static constexpr uint32_t kMagic = 0x474E414Cu;  // "LANG"
@@ -67,14 +67,10 @@ int languageFromLocale(std::string_view locale) noexcept {
 }
 
 int environmentLanguage() noexcept {
-  for (const char* var : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-    const char* v = std::getenv(var);
-    if (v && *v) {
-      const int slot = languageFromLocale(v);
-      return slot >= 0 ? slot : 0;
-    }
-  }
-  return 0;
+  const char* locale = ostra::platform::messageLocale();
+  if (!locale) return 0;
+  const int slot = languageFromLocale(locale);
+  return slot >= 0 ? slot : 0;
 }
 
 int kernelLanguage() noexcept {

@@ -4,6 +4,7 @@
 // changed: a rebuild publishes a new one atomically, and retired tables stay allocated and
 // reachable, because a caller on another thread may still be reading one (rebuilds happen
 // only when the host changes features, so the few retired tables cost nothing).
+// Shared with: audio/, image/
 #pragma once
 
 #include <atomic>

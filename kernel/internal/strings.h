@@ -1,4 +1,5 @@
 // Access to the kernel's localized string resources from inside the library.
+// Shared with: audio/, image/
 #pragma once
 
 #include "ostra/kadefs.h"

@@ -9,6 +9,7 @@
 // %S a UTF-8 string, %c a UTF-16 unit; a null string prints "(null)". %n is refused.
 // Width and precision are limited to kMaxWidth so that a hostile template cannot ask for
 // a gigabyte of padding.
+// Shared with: audio/
 #pragma once
 
 #include <cstdarg>
