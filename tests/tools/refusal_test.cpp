@@ -66,6 +66,31 @@ TEST(OstraRefusals, UsageErrorsAndImpossibleFormatsWriteNothing) {
   }
   EXPECT_EQ(ostra("convert --help").status, 0);
 
+  // YUV layouts share colour samples between pairs of pixels: an odd width is named as
+  // the cause, whether it comes from --size or from the bitmap.
+  writeFile(dir.file("frame.yuv"), Bytes(64, 0x80));
+  const RunResult oddSize =
+      ostra("yuv2rgb --layout UYVY --size 3x2 " + q(dir.file("frame.yuv")) + " " + q(out));
+  EXPECT_EQ(oddSize.status, 2);
+  EXPECT_NE(oddSize.err.find("width must be even"), std::string::npos) << oddSize.err;
+  const Bytes pixels = Bytes().zeros(2 * 12);  // two rows of three black pixels, padded
+  writeFile(dir.file("odd.bmp"), Bytes()
+                                     .text("BM")
+                                     .u32(uint32_t(54 + pixels.size()))
+                                     .u32(0)
+                                     .u32(54)
+                                     .u32(40)
+                                     .u32(3)
+                                     .u32(2)
+                                     .u16(1)
+                                     .u16(24)
+                                     .zeros(24)
+                                     .add(pixels));
+  const RunResult oddImage = ostra("rgb2yuv --layout UYVY " + q(dir.file("odd.bmp")) + " " + q(out));
+  EXPECT_EQ(oddImage.status, 1);
+  EXPECT_NE(oddImage.err.find("3 pixels wide"), std::string::npos) << oddImage.err;
+  EXPECT_FALSE(std::filesystem::exists(out));
+
   const struct {
     const char* file;
     const char* says;

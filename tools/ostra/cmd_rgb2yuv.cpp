@@ -49,6 +49,14 @@ void setup(CLI::App& cmd) {
       reportFailure(hr, o.in);
       return;
     }
+    if (const LONG width = bmp->biWidth; width & 1) {
+      KaDibFree(bmp, 0);
+      reportRefusal(E_INVALIDARG, o.in,
+                    "the image is " + std::to_string(width) +
+                        " pixels wide; YUV layouts share their colour samples between pairs " +
+                        "of pixels, so the width must be even");
+      return;
+    }
     BITMAPINFOHEADER* rgb = bmp;
     const int type = KaGetPixelType(bmp);
     if (type != KAPT_BGRX32 && type != KAPT_BGRA32) rgb = to32(bmp, &hr);

@@ -40,6 +40,11 @@ void setup(CLI::App& cmd) {
       reportUsage("--size must be WxH with positive numbers, for example 1920x1080");
       return;
     }
+    if (w & 1) {
+      reportUsage("--size " + o.size + ": the width must be even, because every YUV layout " +
+                  "shares its colour samples between pairs of pixels");
+      return;
+    }
     const std::map<std::string, int> matrices = {{"auto", 0}, {"601", 1}, {"709", 2}, {"2020", 3}};
     const DWORD code = KaFourCC(o.layout[0], o.layout[1], o.layout[2], o.layout[3]);
     BITMAPINFOHEADER bih{};
