@@ -2,7 +2,6 @@
 // samples of IN through the kernel's converters into a new file, in blocks, so that
 // memory stays bounded whatever the file size.
 #include <cmath>
-#include <filesystem>
 #include <vector>
 
 #include "checks.h"
@@ -24,14 +23,6 @@ constexpr uint64_t kBlockBytes = 1u << 20;
 // finite, normal number (10^30 at most), and no musical use comes near it.
 constexpr double kMaxGainDb = 600.0;
 
-bool samePath(const std::string& a, const std::string& b) {
-  std::error_code ec;
-  if (std::filesystem::equivalent(a, b, ec)) return true;
-  const auto ca = std::filesystem::weakly_canonical(a, ec);
-  const auto cb = std::filesystem::weakly_canonical(b, ec);
-  return !ec && ca == cb;
-}
-
 }  // namespace
 
 KASAMPLETYPE sampleTypeFromName(const std::string& name) {
@@ -47,7 +38,6 @@ KASAMPLETYPE sampleTypeFromName(const std::string& name) {
 }
 
 HRESULT convertFile(const ConvertRequest& r) {
-  if (samePath(r.input, r.output)) return E_INVALIDARG;
   KAHFILE in = KA_INVALID_HFILE;
   HRESULT hr = KaFile_OpenUtf8(r.input.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING,
                                FILE_FLAG_SEQUENTIAL_SCAN, &in);
@@ -60,11 +50,7 @@ HRESULT convertFile(const ConvertRequest& r) {
   FileFacts src;
   if (FAILED(hr = inspectFile(in, src))) return hr;
   std::string why;
-  if (FAILED(hr = checkReadableAudio(src, why))) {
-    KaErrorHandler_DetailsInit();
-    KaErrorHandler_DetailsAddString(hr, u"%hs", why.c_str());
-    return hr;
-  }
+  if (FAILED(hr = checkReadableAudio(src, why))) return withReason(hr, why);
   const auto srcType = KASAMPLETYPE(src.format.sampleType);
 
   const Container container = r.container.value_or(src.kind);
@@ -108,7 +94,8 @@ HRESULT convertFile(const ConvertRequest& r) {
   if (container != Container::Wave64 && outBytes > 0xFFFFFFFFull - 256) return KAERR_RIFF_TOO_LARGE;
 
   AudioWriter out;
-  if (FAILED(hr = out.create(r.output, container, *dstFormat))) return hr;
+  if (FAILED(hr = out.create(r.output, container, *dstFormat, {r.input})))
+    return withReason(hr, out.refusal());
   if (FAILED(hr = KaFile_Seek(in, INT64(src.dataOffset), FILE_BEGIN, nullptr))) return hr;
   Progress progress("converting", src.frames);
   for (uint64_t done = 0; done < src.frames;) {
@@ -129,7 +116,8 @@ HRESULT convertFile(const ConvertRequest& r) {
     progress.update(done);
   }
   progress.finish();
-  return out.finish(src.info);
+  hr = out.finish(src.info);
+  return FAILED(hr) ? withReason(hr, out.refusal()) : hr;
 }
 
 namespace {
@@ -169,8 +157,6 @@ void setup(CLI::App& cmd) {
     if (o.container == "w64") r.container = Container::Wave64;
     if (o.container == "aiff") r.container = Container::Aiff;
     r.gainDb = o.gain;
-    if (samePath(r.input, r.output))
-      return void(reportUsage("convert: OUT is the input file; refusing to overwrite it"));
     const HRESULT hr = convertFile(r);
     if (FAILED(hr)) reportFailure(hr, o.input + " -> " + o.output);
   });

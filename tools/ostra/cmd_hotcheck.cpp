@@ -6,6 +6,7 @@
 #include <string>
 
 #include "command.h"
+#include "output_file.h"
 #include "text.h"
 #include "ostra/kadib.h"
 #include "ostra/kaplatform.h"
@@ -35,8 +36,10 @@ void setup(CLI::App& cmd) {
       reportFailure(hr, in);
       return;
     }
+    // Four bytes a pixel, stored as a plain 32-bit bitmap (BI_RGB) that every program
+    // opens; the fourth byte carries nothing in a broadcast check.
     BITMAPINFOHEADER* bmp = nullptr;
-    hr = KaDibAlloc(&bmp, KAPT_BGRA32, src->biWidth, src->biHeight, nullptr, 0, 0, 0);
+    hr = KaDibAlloc(&bmp, KAPT_BGRX32, src->biWidth, src->biHeight, nullptr, 0, 0, 0);
     if (SUCCEEDED(hr)) hr = KaDibCopy(bmp, nullptr, 0, 0, 0, src, nullptr, 0, nullptr);
     KaDibFree(src, 0);
     if (FAILED(hr)) {
@@ -63,10 +66,11 @@ void setup(CLI::App& cmd) {
         px[2] = level(p.r);
       }
     }
-    if (!repair.empty()) hr = KaDib_WriteBmpFile(ostra::cli::toUtf16(repair).c_str(), bmp, nullptr);
+    std::string why;
+    if (!repair.empty()) hr = writeBitmap(repair, {in}, bmp, why);
     KaDibFree(bmp, 0);
     if (FAILED(hr)) {
-      reportFailure(hr, repair);
+      reportRefusal(hr, repair, why);
       return;
     }
     if (json) {

@@ -4,8 +4,10 @@
 #include <vector>
 
 #include "command.h"
+#include "output_file.h"
 #include "text.h"
 #include "ostra/kadib.h"
+#include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kayuv.h"
 
@@ -81,15 +83,21 @@ void setup(CLI::App& cmd) {
       reportFailure(hr, o.in);
       return;
     }
+    OutputFile out;
+    std::string why;
     KAHFILE f = KA_INVALID_HFILE;
-    hr = KaFile_OpenUtf8(o.out.c_str(), GENERIC_WRITE, 0, CREATE_ALWAYS, 0, &f);
+    hr = out.reserve(o.out, {o.in}, why);
+    if (SUCCEEDED(hr))
+      hr = KaFile_OpenUtf8(out.path().c_str(), GENERIC_WRITE, 0, TRUNCATE_EXISTING, 0, &f);
     if (SUCCEEDED(hr)) {
       DWORD written = 0;
       hr = KaFile_Write(f, frame.data(), DWORD(frame.size()), &written);
-      KaFile_Close(f);
-      if (FAILED(hr)) KaFile_DeleteUtf8(o.out.c_str());
+      if (SUCCEEDED(hr) && written != frame.size()) hr = KAERR_WRITE_FAILED;
+      const HRESULT closed = KaFile_Close(f);
+      if (SUCCEEDED(hr)) hr = closed;
     }
-    if (FAILED(hr)) reportFailure(hr, o.out);
+    if (SUCCEEDED(hr)) hr = out.commit(why);
+    if (FAILED(hr)) reportRefusal(hr, o.out, why);
   });
 }
 

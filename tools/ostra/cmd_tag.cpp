@@ -1,5 +1,6 @@
 // ostra tag FILE [--set ID=TEXT]... [--delete ID]... [--wide]: rewrites the LIST INFO
-// (or, with --wide, LIST UNFO) of a wave file through the summary and chunk functions.
+// (or, with --wide, LIST UNFO) of a wave file through the summary and chunk functions, in
+// a copy that replaces the file when the edit is complete.
 // The samples are never moved or rewritten: the new list goes where the old one was
 // when it fits there (the rest becomes a JUNK chunk), else the old one becomes JUNK and
 // the new one is appended after the last chunk.
@@ -7,6 +8,7 @@
 
 #include "command.h"
 #include "operations.h"
+#include "output_file.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kawave.h"
@@ -36,28 +38,9 @@ HRESULT saveList(KAHFILE file, _summarylisttag* list, bool wide, DWORD* written)
   return wide ? KaSummary_SaveUNFO(file, list, written) : KaSummary_Save(file, list, written);
 }
 
-}  // namespace
-
-HRESULT tagFile(const TagRequest& r) {
-  for (const auto& [id, text] : r.set)
-    if (!idFromText(id)) return E_INVALIDARG;
-  for (const auto& id : r.remove)
-    if (!idFromText(id)) return E_INVALIDARG;
-
-  FileFacts facts;
-  HRESULT hr = inspectPath(r.file, facts);
-  if (FAILED(hr)) return hr;
-  if (facts.kind != Container::Riff) return KAERR_UNSUPPORTED_FILE;
-
-  KAHFILE file = KA_INVALID_HFILE;
-  hr = KaFile_OpenUtf8(r.file.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_EXISTING,
-                       FILE_ATTRIBUTE_NORMAL, &file);
-  if (FAILED(hr)) return hr;
-  struct Closer {
-    KAHFILE f;
-    ~Closer() { KaFile_Close(f); }
-  } closer{file};
-
+// Edits the list in `file`, an open copy of the file that `facts` describes.
+HRESULT editList(KAHFILE file, const FileFacts& facts, const TagRequest& r) {
+  HRESULT hr = S_OK;
   const DWORD listType = r.wide ? kUnfo : RIFF_ID_INFO;
   // Where the list stands now, and where the chunks end.
   ListPlace place;
@@ -135,6 +118,35 @@ HRESULT tagFile(const TagRequest& r) {
   if (FAILED(hr = KaFile_SetEndOfFile(file))) return hr;
   if (at + written - 8 > RIFF_MAX_SIZE) return KAERR_RIFF_TOO_LARGE;
   return riff_SetRIFFSize(file, DWORD(at + written - 8));
+}
+
+}  // namespace
+
+HRESULT tagFile(const TagRequest& r) {
+  for (const auto& [id, text] : r.set)
+    if (!idFromText(id)) return E_INVALIDARG;
+  for (const auto& id : r.remove)
+    if (!idFromText(id)) return E_INVALIDARG;
+
+  FileFacts facts;
+  HRESULT hr = inspectPath(r.file, facts);
+  if (FAILED(hr)) return hr;
+  if (facts.kind != Container::Riff) return KAERR_UNSUPPORTED_FILE;
+
+  // The edit is made on a copy beside the file, which replaces it only when complete: an
+  // edit that fails, or a crash, leaves the file as it was.
+  OutputFile copy;
+  std::string why;
+  if (FAILED(hr = reserveRewrite(copy, r.file, why))) return withReason(hr, why);
+  KAHFILE file = KA_INVALID_HFILE;
+  hr = KaFile_OpenUtf8(copy.path().c_str(), GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING,
+                       FILE_ATTRIBUTE_NORMAL, &file);
+  if (FAILED(hr)) return hr;
+  hr = editList(file, facts, r);
+  const HRESULT closed = KaFile_Close(file);
+  if (SUCCEEDED(hr)) hr = closed;
+  if (SUCCEEDED(hr)) hr = copy.commit(why);
+  return withReason(hr, why);
 }
 
 namespace {

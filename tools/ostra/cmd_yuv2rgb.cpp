@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "command.h"
+#include "output_file.h"
 #include "text.h"
 #include "ostra/kadib.h"
 #include "ostra/kaplatform.h"
@@ -81,9 +82,10 @@ void setup(CLI::App& cmd) {
     BYTE* top = static_cast<BYTE*>(KaDibPixels(bmp)) + size_t(h - 1) * stride;
     hr = KaYUV_YUVToRGB(top, -stride, frame.data(), frame.size(), code, LONG(w), LONG(h),
                         matrices.at(o.matrix));
-    if (SUCCEEDED(hr)) hr = KaDib_WriteBmpFile(ostra::cli::toUtf16(o.out).c_str(), bmp, nullptr);
+    std::string why;
+    if (SUCCEEDED(hr)) hr = writeBitmap(o.out, {o.in}, bmp, why);
     KaDibFree(bmp, 0);
-    if (FAILED(hr)) reportFailure(hr, o.out);
+    if (FAILED(hr)) reportRefusal(hr, o.out, why);
   });
 }
 

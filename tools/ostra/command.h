@@ -26,6 +26,11 @@ int reportFailure(HRESULT hr, const std::string& context = std::string(), DWORD 
 // user's terms, goes into the kernel's details and prints under the message.
 int reportRefusal(HRESULT hr, const std::string& context, const std::string& reason);
 
+// Records `reason` (when not empty) in the kernel's details for hr, so that the next
+// reportFailure prints it under the message; returns hr. For code that returns a result
+// before the command reports it.
+HRESULT withReason(HRESULT hr, const std::string& reason);
+
 // Prints a plain usage or input error (not a kernel result) and returns 2.
 int reportUsage(const std::string& message);
 

@@ -60,10 +60,16 @@ int reportFailure(HRESULT hr, const std::string& context, DWORD contextId) {
   return exitStatus() = 1;
 }
 
+HRESULT withReason(HRESULT hr, const std::string& reason) {
+  if (!reason.empty()) {
+    KaErrorHandler_DetailsInit();
+    KaErrorHandler_DetailsAddString(hr, u"%hs", reason.c_str());
+  }
+  return hr;
+}
+
 int reportRefusal(HRESULT hr, const std::string& context, const std::string& reason) {
-  KaErrorHandler_DetailsInit();
-  KaErrorHandler_DetailsAddString(hr, u"%hs", reason.c_str());
-  return reportFailure(hr, context);
+  return reportFailure(withReason(hr, reason), context);
 }
 
 }  // namespace ostra::cli

@@ -81,13 +81,16 @@ KASAMPLETYPE storedType(Container container, KASAMPLETYPE t) {
 AudioWriter::~AudioWriter() { abandon(); }
 
 HRESULT AudioWriter::create(const std::string& path, Container container,
-                            const _kawaveformat& format) {
-  path_ = path;
+                            const _kawaveformat& format, const std::vector<std::string>& inputs) {
+  abandon();
+  why_.clear();
+  if (HRESULT hr = out_.reserve(path, inputs, why_); FAILED(hr)) return hr;
+  const std::string& temp = out_.path();
   container_ = container;
   KaAudio_GeneralCopyKaWaveFormat(reinterpret_cast<_kawaveformat*>(format_), sizeof format_,
                                   &format);
   extensible_ = needsExtensible(container, format);
-  const std::u16string wpath = toUtf16(path);
+  const std::u16string wpath = toUtf16(temp);
   const _kawaveformat& f = kwf(format_);
   HRESULT hr;
   switch (container) {
@@ -114,8 +117,11 @@ HRESULT AudioWriter::create(const std::string& path, Container container,
     default:
       return E_INVALIDARG;
   }
-  if (FAILED(hr)) return hr;
-  hr = KaFile_OpenUtf8(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_EXISTING,
+  if (FAILED(hr)) {
+    abandon();
+    return hr;
+  }
+  hr = KaFile_OpenUtf8(temp.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_EXISTING,
                        FILE_FLAG_SEQUENTIAL_SCAN, &file_);
   if (SUCCEEDED(hr) && extensible_) hr = rewriteExtensible();
   if (SUCCEEDED(hr)) hr = KaFile_Seek(file_, INT64(headerLength_), FILE_BEGIN, nullptr);
@@ -200,10 +206,8 @@ HRESULT AudioWriter::finish(const std::vector<TextItem>& info) {
   const HRESULT closed = KaFile_Close(file_);
   file_ = KA_INVALID_HFILE;
   if (SUCCEEDED(hr)) hr = closed;
-  if (FAILED(hr))
-    KaFile_DeleteUtf8(path_.c_str());
-  else
-    path_.clear();
+  if (SUCCEEDED(hr)) hr = out_.commit(why_);
+  if (FAILED(hr)) out_.abandon();
   return hr;
 }
 
@@ -212,8 +216,7 @@ void AudioWriter::abandon() {
     KaFile_Close(file_);
     file_ = KA_INVALID_HFILE;
   }
-  if (!path_.empty()) KaFile_DeleteUtf8(path_.c_str());
-  path_.clear();
+  out_.abandon();
 }
 
 }  // namespace ostra::cli

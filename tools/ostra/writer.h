@@ -14,6 +14,7 @@
 
 #include "inspect.h"
 #include "ostra/kaaudio.h"
+#include "output_file.h"
 
 namespace ostra::cli {
 
@@ -29,18 +30,24 @@ class AudioWriter {
   AudioWriter& operator=(const AudioWriter&) = delete;
 
   // `format` must be a typed record whose type storedType() accepts for the container.
-  HRESULT create(const std::string& path, Container container, const _kawaveformat& format);
+  // The file is written beside `path` and put in its place by finish(); an output that is
+  // one of `inputs` or a special file is refused (see OutputFile), the cause in refusal().
+  HRESULT create(const std::string& path, Container container, const _kawaveformat& format,
+                 const std::vector<std::string>& inputs = {});
   HRESULT write(const void* bytes, size_t count);
-  // Rewrites the header for the bytes written and, for wave files, appends the INFO items.
+  // Rewrites the header for the bytes written and, for wave files, appends the INFO items;
+  // then the file takes the place of the output.
   HRESULT finish(const std::vector<TextItem>& info = {});
-  // Closes and deletes an unfinished file.
+  // Closes and deletes the unfinished file; whatever was at the output stays.
   void abandon();
   uint64_t bytesWritten() const { return written_; }
+  const std::string& refusal() const { return why_; }
 
  private:
   HRESULT rewriteExtensible();
 
-  std::string path_;
+  OutputFile out_;
+  std::string why_;
   Container container_ = Container::Riff;
   alignas(8) unsigned char format_[KAWAVEFORMAT_BUFFER_SIZE] = {};
   bool extensible_ = false;
