@@ -212,6 +212,49 @@ struct tKAAUDIODATA {
 OSTRA_API HRESULT KaGetFileAudioData(KAHFILE file, tKAAUDIODATA* data) noexcept;
 OSTRA_API HRESULT KaGetFileAudioData(const KAWCHAR* path, tKAAUDIODATA* data) noexcept;
 
+// ---------------------------------------------------------------- header repair
+// A repair that cannot destroy: it changes header bytes only (the ids, the size words and
+// the format fields in front of the samples), never a sample byte or anything after the
+// samples. KaPlanWavRepair reads a wave or Wave64 file and works out the changes;
+// KaApplyWavRepair writes them. A file that cannot be proved to be a wave or Wave64 file
+// (its format chunk found and self-consistent, its data chunk found) is refused with the
+// cause in the error handler's details, and nothing is written.
+//
+// What it restores: a damaged "RIFF"/"WAVE" id or Wave64 riff/wave GUID, a damaged
+// "fmt " or "data" id (GUID) recognised by what follows it, a damaged format chunk size,
+// one damaged field among channels, rate, bytes per second, block size and bits (the
+// others vote on it), the format tag where the bits decide it, and the data and
+// RIFF/riff sizes from what is really in the file (whole frames; chunks a recorder
+// appended after the samples are kept after them).
+#define KAREPAIR_MAX_CHANGES 24
+struct tKAREPAIRCHANGE {
+  UINT64 offset;   // absolute offset of the first byte changed
+  DWORD length;    // 1 to 16
+  BYTE before[16];
+  BYTE after[16];
+  char field[28];  // what the bytes are, e.g. "data size", "fmt id"
+};
+#define KAREPAIR_NOTE_PARTIAL_FRAME 0x1u    // a partial last frame is left outside the data
+#define KAREPAIR_NOTE_TRAILING_CHUNKS 0x2u  // chunks after the samples were found and kept
+#define KAREPAIR_NOTE_RIFF_LIMIT 0x4u       // more samples than a RIFF file can describe
+struct tKAWAVREPAIR {
+  DWORD container;    // KACONTAINER_WAVE or KACONTAINER_WAVE64
+  UINT64 fileLength;
+  UINT64 dataOffset;  // first sample byte (the end of the header)
+  UINT64 dataLength;  // sample bytes the repaired header describes (whole frames)
+  UINT64 trailingChunks;  // offset of chunks kept after the samples; 0 when none
+  DWORD notes;        // KAREPAIR_NOTE_*
+  DWORD changeCount;  // 0: the header already agrees with the file
+  tKAREPAIRCHANGE changes[KAREPAIR_MAX_CHANGES];
+};
+// Reads only. S_OK with the plan; KAERR_UNSUPPORTED_FILE (not a wave or Wave64 file),
+// KAERR_BAD_FORMAT_CHUNK (format chunk missing or beyond repair), KAERR_NO_DATA_CHUNK or
+// KAERR_EMPTY_FILE when refused.
+OSTRA_API HRESULT KaPlanWavRepair(KAHFILE file, tKAWAVREPAIR* plan) noexcept;
+// Writes the changes of a plan made for this file; each change is written only if the
+// bytes there are still its `before` bytes (KAERR_CORRUPT_FILE otherwise, nothing written).
+OSTRA_API HRESULT KaApplyWavRepair(KAHFILE file, const tKAWAVREPAIR* plan) noexcept;
+
 // One chunk of a file, in file order. Top-level chunks have depth 0; the sub-chunks of
 // RIFF LIST and Wave64 list chunks have depth 1.
 struct tKACHUNKINFO {

@@ -161,9 +161,9 @@ int run(const std::string& dirAsked) {
   rr.file = crashed;
   RepairResult res;
   if (FAILED(hr = repairFile(rr, res))) return reportFailure(hr, crashed);
-  std::printf("\n$ ostra repair %s\nheader length %llu, data length %llu (%s)\n", crashed.c_str(),
-              (unsigned long long)res.headerLength, (unsigned long long)res.dataLength,
-              res.method.c_str());
+  std::printf("\n$ ostra repair %s\nheader length %llu, data length %llu, %u header fields set\n",
+              crashed.c_str(), (unsigned long long)res.plan.dataOffset,
+              (unsigned long long)res.plan.dataLength, unsigned(res.plan.changeCount));
   for (const auto& n : res.notes) std::printf("  note: %s\n", n.c_str());
   show("ostra repair: every whole frame on disk recovered", crashed);
   std::printf("\nostra demo: done; the files are in %s/\n", dir.c_str());

@@ -9,6 +9,7 @@
 
 #include "inspect.h"
 #include "ostra/kaaudio.h"
+#include "ostra/kawave.h"
 
 namespace ostra::cli {
 
@@ -23,17 +24,10 @@ HRESULT convertFile(const ConvertRequest& request);
 
 struct RepairRequest {
   std::string file;
-  uint64_t maxHeader = 65536;                 // for the kernel's own repair functions
-  uint32_t rate = 0, channels = 0, bits = 0;  // assumed format when the file has none
   bool dryRun = false;
 };
 struct RepairResult {
-  std::string method;  // "chunk walk" or the kernel function used
-  uint64_t headerLength = 0;
-  uint64_t dataLength = 0;
-  uint64_t oldDataSize = 0, newDataSize = 0;  // the data size word before and after
-  uint64_t oldRiffSize = 0, newRiffSize = 0;  // the RIFF/riff size word before and after
-  bool changed = false;
+  tKAWAVREPAIR plan{};  // the changes, made (or, in a dry run, to be made)
   std::vector<std::string> notes;
 };
 HRESULT repairFile(const RepairRequest& request, RepairResult& result);
