@@ -100,7 +100,13 @@ function(ostra_assemble_library)
   target_include_directories(ostrakernel PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_link_libraries(ostrakernel PRIVATE ${deps})
-  target_link_options(ostrakernel PRIVATE -Wl,--no-undefined)
+  # Users of the package get C++20 with the target: the headers need it.
+  target_compile_features(ostrakernel PUBLIC cxx_std_20)
+  # A sanitized or fuzzing build leaves the runtimes' symbols to the program that loads
+  # the library (libFuzzer's coverage hooks live only in the fuzz programs).
+  if(NOT OSTRA_SAN_FLAGS)
+    target_link_options(ostrakernel PRIVATE -Wl,--no-undefined)
+  endif()
   add_library(Ostra::kernel ALIAS ostrakernel)
 
   # The same objects as a static archive: the test suites link it so that they can
