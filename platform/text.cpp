@@ -93,7 +93,8 @@ std::string iconvName(UINT cp) {
 // One conversion through iconv. Unconvertible input is replaced (one replacement per
 // bad unit) rather than refused, as the chunk readers must never fail on odd text.
 bool convert(const char* to, const char* from, const char* in, size_t inBytes, size_t unit,
-             std::string& out, const char* replacement, size_t replacementBytes) {
+             std::string& out, const char* replacement, size_t replacementBytes,
+             bool strict = false) {
   iconv_t cd = iconv_open(to, from);
   if (cd == iconv_t(-1)) return false;
   out.clear();
@@ -107,6 +108,10 @@ bool convert(const char* to, const char* from, const char* in, size_t inBytes, s
     out.append(buf, size_t(dst - buf));
     if (rc == size_t(-1)) {
       if (errno == E2BIG) continue;
+      if (strict) {
+        iconv_close(cd);
+        return false;
+      }
       // EILSEQ or EINVAL (truncated sequence): replace one unit and go on.
       out.append(replacement, replacementBytes);
       const size_t skip = left < unit ? left : unit;
@@ -138,7 +143,7 @@ bool toUtf16(UINT cp, std::string_view s, std::u16string& out) {
   return true;
 }
 
-bool fromUtf16(UINT cp, std::u16string_view s, std::string& out) {
+bool fromUtf16(UINT cp, std::u16string_view s, std::string& out, bool strict = false) {
   if (cp == KA_CP_ACP) cp = gAnsiCodePage.load();
   if (cp == KA_CP_UTF8) {
     out = utf16ToUtf8(s);
@@ -149,6 +154,7 @@ bool fromUtf16(UINT cp, std::u16string_view s, std::string& out) {
     le[2 * i] = char(s[i] & 0xFF);
     le[2 * i + 1] = char(s[i] >> 8);
   }
+  if (strict) return convert(iconvName(cp).c_str(), "UTF-16LE", le.data(), le.size(), 2, out, "", 0, true);
   return convert((iconvName(cp) + "//TRANSLIT").c_str(), "UTF-16LE", le.data(), le.size(), 2, out, "?", 1);
 }
 
@@ -207,14 +213,15 @@ int KaText_MultiByteToWide(UINT codePage, DWORD, const char* src, int srcLen, KA
   }
 }
 
-int KaText_WideToMultiByte(UINT codePage, DWORD, const KAWCHAR* src, int srcLen, char* dst,
+int KaText_WideToMultiByte(UINT codePage, DWORD flags, const KAWCHAR* src, int srcLen, char* dst,
                            int dstCap) noexcept {
   if (!src || dstCap < 0 || (dstCap > 0 && !dst)) return 0;
   try {
     const bool terminated = srcLen < 0;
     const size_t n = terminated ? KaText_WideLength(src) : size_t(srcLen);
     std::string m;
-    if (!fromUtf16(codePage, std::u16string_view(src, n), m)) return 0;
+    if (!fromUtf16(codePage, std::u16string_view(src, n), m, flags & KA_WC_ERR_INVALID_CHARS))
+      return 0;
     if (terminated) m.push_back('\0');
     if (m.size() > size_t(INT32_MAX)) return 0;
     if (dstCap == 0) return int(m.size());

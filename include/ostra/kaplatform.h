@@ -81,6 +81,9 @@ OSTRA_API void KaGlobalGetStats(UINT64* liveBlocks, UINT64* liveBytes) noexcept;
 #define KA_CP_ACP 0u
 #define KA_CP_UTF8 65001u
 #define KA_MB_PRECOMPOSED 0x1u
+// KaText_WideToMultiByte: fail (return 0) when a character has no form in the code page,
+// instead of writing '?'.
+#define KA_WC_ERR_INVALID_CHARS 0x80u
 
 // Sets the ANSI code page by number (1250-1258, 874, 932, 936, 949, 950, 437, 850, 28591,
 // 65001 ...); E_INVALIDARG when iconv does not know it.

@@ -12,6 +12,7 @@
 #include "ostra/mriff.h"
 #include "ostra/riff.h"
 #include "ostra/riff64.h"
+#include "info_text.h"
 #include "text.h"
 
 namespace ostra::cli {
@@ -20,6 +21,8 @@ namespace {
 // A damaged or hostile file may claim any number of tiny chunks; the listing stops here.
 constexpr DWORD kMaxChunks = 4096;
 constexpr size_t kMaxText = 4096;
+// A summary list read for display; longer lists show their first items.
+constexpr uint64_t kMaxListBytes = 1u << 20;
 
 uint64_t even(uint64_t n) { return n + (n & 1); }
 
@@ -89,21 +92,15 @@ std::string w64Name(const tKACHUNKINFO& c) {
 
 void loadInfo(KAHFILE file, const tKACHUNKINFO& c, FileFacts& facts) {
   if (c.size < 4 || c.offset + 8 + c.size > facts.fileSize) return;
-  if (FAILED(KaFile_Seek(file, INT64(c.offset + 12), FILE_BEGIN, nullptr))) return;
-  _summarylisttag list{};
-  const DWORD remaining = DWORD(c.size - 4);
   const bool info = c.listType == RIFF_ID_INFO;
-  const HRESULT hr =
-      info ? KaSummary_Load(file, &list, &remaining) : KaSummary_LoadUNFO(file, &list, &remaining);
-  if (FAILED(hr)) {
-    facts.notes.push_back(std::string(info ? "INFO" : "UNFO") + " list unreadable (" + hexCode(hr) +
-                          ")");
+  std::vector<uint8_t> body(size_t(std::min<uint64_t>(c.size - 4, kMaxListBytes)));
+  if (readAt(file, c.offset + 12, body.data(), body.size()) != body.size()) {
+    facts.notes.push_back(std::string(info ? "INFO" : "UNFO") + " list unreadable");
     return;
   }
   auto& out = info ? facts.info : facts.unfo;
-  for (DWORD i = 0; i < list.count; ++i)
-    out.push_back({fourCCText(list.items[i].id), toUtf8(list.items[i].text), list.items[i].id});
-  KaSummary_Free(&list);
+  for (const InfoRecord& r : parseListItems(body.data(), body.size()))
+    out.push_back({fourCCText(r.id), decodeItem(r.raw, !info), r.id});
 }
 
 void loadDisplay(KAHFILE file, const tKACHUNKINFO& c, bool w64, FileFacts& facts) {
@@ -247,17 +244,7 @@ struct ImageWalker {
       if (FAILED(mriff_ReadChunkHeader(&rec, &id, &n))) break;
       std::string bytes(size_t(std::min<uint64_t>({n, end - pos - 8, kMaxText})), '\0');
       bytes.resize(read(bytes.data(), bytes.size()));
-      std::u16string wide;
-      if (type == RIFF_ID_INFO) {
-        wide.assign(bytes.size() + 1, u'\0');
-        const int w = KaText_MultiByteToWide(KA_CP_ACP, 0, bytes.data(), int(bytes.size()),
-                                             wide.data(), int(wide.size()));
-        wide.resize(w > 0 ? size_t(w) : 0);
-      } else {
-        wide.assign(bytes.size() / 2, u'\0');
-        std::memcpy(wide.data(), bytes.data(), wide.size() * 2);
-      }
-      out.push_back({fourCCText(id), toUtf8(wide.c_str()), id});
+      out.push_back({fourCCText(id), decodeItem(bytes, type != RIFF_ID_INFO), id});
       pos += 8 + even(n);
     }
   }
