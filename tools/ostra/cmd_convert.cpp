@@ -1,7 +1,10 @@
 // ostra convert IN OUT [--type T] [--gain DB] [--container wav|w64|aiff]: streams the
 // samples of IN through the kernel's converters into a new file, in blocks, so that
 // memory stays bounded whatever the file size.
+#include <cctype>
 #include <cmath>
+#include <optional>
+#include <cstdio>
 #include <vector>
 
 #include "checks.h"
@@ -9,7 +12,11 @@
 #include "operations.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
+#include "ostra/kawave.h"
+#include "ostra/riff.h"
+#include "ostra/riff64.h"
 #include "progress.h"
+#include "text.h"
 #include "writer.h"
 
 namespace ostra::cli {
@@ -22,6 +29,100 @@ constexpr uint64_t kBlockBytes = 1u << 20;
 // The converters take the gain as a single-precision factor; within this range it stays a
 // finite, normal number (10^30 at most), and no musical use comes near it.
 constexpr double kMaxGainDb = 600.0;
+
+// The container an output's name asks for: .wav, .w64, .aif/.aiff/.aifc; none otherwise.
+std::optional<Container> containerForName(const std::string& path) {
+  const size_t dot = path.find_last_of('.');
+  if (dot == std::string::npos || path.find('/', dot) != std::string::npos) return std::nullopt;
+  std::string ext = path.substr(dot + 1);
+  for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+  if (ext == "wav" || ext == "wave" || ext == "bwf") return Container::Riff;
+  if (ext == "w64") return Container::Wave64;
+  if (ext == "aif" || ext == "aiff" || ext == "aifc") return Container::Aiff;
+  return std::nullopt;
+}
+
+// The GUID a Wave64 file gives a RIFF chunk id: the wave family's, with the id in front.
+GUID w64Guid(DWORD fourcc) {
+  GUID g = KaGuid("00000000-ACF3-11D3-8CD1-00C04F8EDB8A");
+  g.Data1 = fourcc;
+  return g;
+}
+
+// Chunks the output writes anew, or whose contents describe the samples as they were.
+bool rebuiltId(DWORD id) {
+  for (const char* s : {"fmt ", "fact", "data", "JUNK", "junk", "PAD ", "FLLR", "ds64"})
+    if (id == KaFourCC(s[0], s[1], s[2], s[3])) return true;
+  return false;
+}
+bool sampleBoundId(DWORD id) {
+  return id == KaFourCC('P', 'E', 'A', 'K') || id == KaFourCC('l', 'e', 'v', 'l');
+}
+
+// The chunks of the input that go into the output, read whole; what cannot go is named
+// in `dropped`.
+HRESULT carriedChunks(KAHFILE in, Container from, Container to, std::vector<CarriedChunk>& out,
+                      std::vector<std::string>& dropped) {
+  DWORD count = 0;
+  HRESULT hr = KaGetFileChunks(in, nullptr, 0, &count);
+  if (FAILED(hr)) return hr;
+  std::vector<tKACHUNKINFO> chunks(count);
+  if (count && FAILED(hr = KaGetFileChunks(in, chunks.data(), count, &count))) return hr;
+  chunks.resize(std::min<size_t>(count, chunks.size()));
+  const GUID wave = w64Guid(0);
+  for (const tKACHUNKINFO& c : chunks) {
+    if (c.depth) continue;
+    const std::string name(c.name, 4);
+    // The chunk as a RIFF id (0 when it has none) and as a Wave64 GUID.
+    DWORD id = 0;
+    GUID guid{};
+    if (from == Container::Wave64) {
+      GUID family = c.guid;
+      family.Data1 = 0;
+      guid = c.guid;
+      if (c.guid == RIFF64_GUID_LIST) id = RIFF_ID_LIST;
+      else if (c.guid == KAGUID_W64_DISP) id = KaFourCC('D', 'I', 'S', 'P');
+      else if (family == wave) id = c.guid.Data1;
+      if (c.guid == RIFF64_GUID_FMT || c.guid == RIFF64_GUID_DATA || c.guid == RIFF64_GUID_JUNK ||
+          (id && rebuiltId(id)))
+        continue;
+    } else if (from == Container::Riff) {
+      id = KaFourCC(name[0], name[1], name[2], name[3]);
+      if (rebuiltId(id)) continue;
+      guid = id == RIFF_ID_LIST ? RIFF64_GUID_LIST : w64Guid(id);
+    } else {
+      continue;  // AIFF chunks have no counterpart written here
+    }
+    std::string label = id ? fourCCText(id) : guidText(c.guid);
+    if (id && sampleBoundId(id)) {
+      dropped.push_back(label + " (describes the samples as they were)");
+      continue;
+    }
+    if (to == Container::Aiff || (to == Container::Riff && !id)) {
+      dropped.push_back(label + " (no counterpart in the output's container)");
+      continue;
+    }
+    if (c.size > (64u << 20)) {
+      dropped.push_back(label + " (larger than 64 MiB)");
+      continue;
+    }
+    CarriedChunk chunk;
+    if (to == Container::Riff) chunk.id.Data1 = id;
+    else chunk.id = guid;
+    chunk.bytes.resize(size_t(c.size));
+    DWORD got = 0;
+    if (FAILED(hr = KaFile_Seek(in, INT64(c.offset + (from == Container::Wave64 ? 24 : 8)), FILE_BEGIN,
+                                nullptr)) ||
+        FAILED(hr = KaFile_Read(in, chunk.bytes.data(), DWORD(c.size), &got)))
+      return hr;
+    if (got != c.size) {
+      dropped.push_back(label + " (cut short by the end of the file)");
+      continue;
+    }
+    out.push_back(std::move(chunk));
+  }
+  return S_OK;
+}
 
 }  // namespace
 
@@ -53,7 +154,7 @@ HRESULT convertFile(const ConvertRequest& r) {
   if (FAILED(hr = checkReadableAudio(src, why))) return withReason(hr, why);
   const auto srcType = KASAMPLETYPE(src.format.sampleType);
 
-  const Container container = r.container.value_or(src.kind);
+  const Container container = r.container.value_or(containerForName(r.output).value_or(src.kind));
   const KASAMPLETYPE dstType = storedType(container, r.type != KASAMPLE_NONE ? r.type : srcType);
   if (dstType == KASAMPLE_NONE) return KAERR_UNSUPPORTED_FORMAT;
 
@@ -93,8 +194,16 @@ HRESULT convertFile(const ConvertRequest& r) {
   const uint64_t outBytes = src.frames * dstBlock;
   if (container != Container::Wave64 && outBytes > 0xFFFFFFFFull - 256) return KAERR_RIFF_TOO_LARGE;
 
+  // Metadata travels: every chunk that does not describe the samples' format goes along.
+  std::vector<CarriedChunk> carried;
+  std::vector<std::string> dropped;
+  if (FAILED(hr = carriedChunks(in, src.kind, container, carried, dropped))) return hr;
+  if (src.kind == Container::Aiff && container != Container::Aiff && !src.info.empty())
+    dropped.push_back("AIFF text chunks (NAME, AUTH, (c) , ANNO)");
+  for (const std::string& d : dropped) std::fprintf(stderr, "ostra: not carried: %s\n", d.c_str());
+
   AudioWriter out;
-  if (FAILED(hr = out.create(r.output, container, *dstFormat, {r.input})))
+  if (FAILED(hr = out.create(r.output, container, *dstFormat, {r.input}, std::move(carried))))
     return withReason(hr, out.refusal());
   if (FAILED(hr = KaFile_Seek(in, INT64(src.dataOffset), FILE_BEGIN, nullptr))) return hr;
   Progress progress("converting", src.frames);
@@ -116,7 +225,7 @@ HRESULT convertFile(const ConvertRequest& r) {
     progress.update(done);
   }
   progress.finish();
-  hr = out.finish(src.info);
+  hr = out.finish();
   return FAILED(hr) ? withReason(hr, out.refusal()) : hr;
 }
 
@@ -146,7 +255,8 @@ void setup(CLI::App& cmd) {
                              std::to_string(int(kMaxGainDb)) + ", not " + text;
           },
           "DB"));
-  cmd.add_option("--container", o.container, "Container of OUT (default: that of IN)")
+  cmd.add_option("--container", o.container,
+                 "Container of OUT (default: as OUT's extension says, else that of IN)")
       ->check(CLI::IsMember({"wav", "w64", "aiff"}));
   cmd.callback([] {
     ConvertRequest r;

@@ -13,12 +13,20 @@
 namespace ostra::cli {
 namespace {
 
-// Header lengths that leave room for a 40-byte extensible `fmt ` chunk: RIFF 12 + fmt 48
-// + data 8; Wave64 40 + fmt 64 + junk 32 + data 24. The Wave64 junk chunk keeps 8 data
-// bytes because ffmpeg refuses a chunk whose size word is 24 (an empty chunk).
-constexpr DWORD kRiffExtensibleHeader = 68;
-constexpr UINT64 kW64ExtensibleHeader = 160;
-constexpr UINT64 kW64JunkBytes = 8;
+// The header in front of the samples. The set-up functions write the 18-byte `fmt `
+// chunk and, when asked for a longer header, a junk chunk up to the data chunk; over that
+// room go the extensible `fmt ` (RIFF 12 + 48, Wave64 40 + 64), a `fact` chunk (RIFF), the
+// carried chunks and, in Wave64, a junk chunk over what is left. The Wave64 junk chunk
+// keeps at least 8 data bytes because ffmpeg refuses a chunk whose size word is 24.
+constexpr UINT64 kFactChunk = 12;
+constexpr UINT64 kW64Junk = 32;
+
+uint64_t carriedBytes(const std::vector<CarriedChunk>& carried, bool w64) {
+  uint64_t n = 0;
+  for (const CarriedChunk& c : carried)
+    n += w64 ? 24 + ((c.bytes.size() + 7) & ~size_t(7)) : 8 + c.bytes.size() + (c.bytes.size() & 1);
+  return n;
+}
 
 const _kawaveformat& kwf(const unsigned char* buf) {
   return *reinterpret_cast<const _kawaveformat*>(buf);
@@ -31,6 +39,10 @@ bool needsExtensible(Container c, const _kawaveformat& f) {
   const bool maskSays =
       f.dwChannelMask != 0 && f.dwChannelMask != KaAudio_DefaultChannelMask(f.nChannels);
   if (c == Container::Aiff) return false;
+  // Wave64 readers take extensible floating point for integers: float stays plain there
+  // (the channel mask is not written).
+  if (c == Container::Wave64 && f.SampleType >= KASAMPLE_FLOAT32 && f.SampleType <= KASAMPLE_FLOAT64)
+    return false;
   if (f.SampleType == KASAMPLE_PCM24IN32 || maskSays) return true;
   return c == Container::Riff && f.nChannels > 2;
 }
@@ -81,8 +93,10 @@ KASAMPLETYPE storedType(Container container, KASAMPLETYPE t) {
 AudioWriter::~AudioWriter() { abandon(); }
 
 HRESULT AudioWriter::create(const std::string& path, Container container,
-                            const _kawaveformat& format, const std::vector<std::string>& inputs) {
+                            const _kawaveformat& format, const std::vector<std::string>& inputs,
+                            std::vector<CarriedChunk> carried) {
   abandon();
+  carried_ = container == Container::Aiff ? std::vector<CarriedChunk>{} : std::move(carried);
   why_.clear();
   if (HRESULT hr = out_.reserve(path, inputs, why_); FAILED(hr)) return hr;
   const std::string& temp = out_.path();
@@ -90,20 +104,27 @@ HRESULT AudioWriter::create(const std::string& path, Container container,
   KaAudio_GeneralCopyKaWaveFormat(reinterpret_cast<_kawaveformat*>(format_), sizeof format_,
                                   &format);
   extensible_ = needsExtensible(container, format);
+  fact_ = container == Container::Riff &&
+          (extensible_ || format.SampleType == KASAMPLE_FLOAT32 ||
+           format.SampleType == KASAMPLE_FLOAT64);
   const std::u16string wpath = toUtf16(temp);
   const _kawaveformat& f = kwf(format_);
   HRESULT hr;
+  const bool w64 = container == Container::Wave64;
+  fmtEnd_ = w64 ? (extensible_ ? 104 : 88) : (extensible_ ? 60 : 38);
+  const uint64_t chunks = (fact_ ? kFactChunk : 0) + carriedBytes(carried_, w64);
   switch (container) {
     case Container::Riff:
-      headerLength_ = extensible_ ? kRiffExtensibleHeader : 46;
-      hr = extensible_
-               ? KaInitializeWavWithJunk(wpath.c_str(), &f, CREATE_ALWAYS, kRiffExtensibleHeader)
+      headerLength_ = fmtEnd_ + chunks + 8;
+      if (headerLength_ > 0xFFFF0000u) return KAERR_RIFF_TOO_LARGE;
+      hr = headerLength_ > 46
+               ? KaInitializeWavWithJunk(wpath.c_str(), &f, CREATE_ALWAYS, DWORD(headerLength_))
                : KaInitializeWav(wpath.c_str(), &f, CREATE_ALWAYS);
       break;
     case Container::Wave64:
-      headerLength_ = extensible_ ? kW64ExtensibleHeader : 112;
-      hr = extensible_
-               ? KaInitializeWav64WithJunk(wpath.c_str(), &f, CREATE_ALWAYS, kW64ExtensibleHeader)
+      headerLength_ = extensible_ || chunks ? (fmtEnd_ + chunks + kW64Junk + 24 + 7) & ~uint64_t(7) : 112;
+      hr = headerLength_ > 112
+               ? KaInitializeWav64WithJunk(wpath.c_str(), &f, CREATE_ALWAYS, headerLength_)
                : KaInitializeWav64(wpath.c_str(), &f, CREATE_ALWAYS);
       break;
     case Container::Aiff: {
@@ -123,25 +144,43 @@ HRESULT AudioWriter::create(const std::string& path, Container container,
   }
   hr = KaFile_OpenUtf8(temp.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_EXISTING,
                        FILE_FLAG_SEQUENTIAL_SCAN, &file_);
-  if (SUCCEEDED(hr) && extensible_) hr = rewriteExtensible();
+  if (SUCCEEDED(hr)) hr = rewriteHeader(0);
   if (SUCCEEDED(hr)) hr = KaFile_Seek(file_, INT64(headerLength_), FILE_BEGIN, nullptr);
   if (FAILED(hr)) abandon();
   return hr;
 }
 
-HRESULT AudioWriter::rewriteExtensible() {
-  WAVEFORMATEXTENSIBLE ext{};
-  if (KaAudio_GeneralCopyWfx(&ext.Format, sizeof ext, &kwf(format_), KAWFCOPY_EXT) < 0)
-    return KAERR_UNSUPPORTED_FORMAT;
-  HRESULT hr;
-  if (container_ == Container::Riff) {
-    hr = KaFile_Seek(file_, 12, FILE_BEGIN, nullptr);
-    if (SUCCEEDED(hr)) hr = riff_WriteChunk(file_, RIFF_ID_FMT, &ext, sizeof ext);
-  } else {
-    hr = KaFile_Seek(file_, 40, FILE_BEGIN, nullptr);
-    if (SUCCEEDED(hr)) hr = riff64_WriteChunk(file_, RIFF64_GUID_FMT, &ext, sizeof ext);
-    // The junk chunk's data bytes are the zeros the set-up function wrote there.
-    if (SUCCEEDED(hr)) hr = riff64_WriteChunkHeader(file_, RIFF64_GUID_JUNK, kW64JunkBytes);
+// The chunks in front of the samples that the set-up functions do not write, over the room
+// their junk chunk reserved (the header rewrite at the end zeroes that room, so this runs
+// again after it).
+HRESULT AudioWriter::rewriteHeader(uint64_t frames) {
+  const bool w64 = container_ == Container::Wave64;
+  if (container_ == Container::Aiff || (!extensible_ && !fact_ && carried_.empty())) return S_OK;
+  HRESULT hr = S_OK;
+  if (extensible_) {
+    WAVEFORMATEXTENSIBLE ext{};
+    if (KaAudio_GeneralCopyWfx(&ext.Format, sizeof ext, &kwf(format_), KAWFCOPY_EXT) < 0)
+      return KAERR_UNSUPPORTED_FORMAT;
+    hr = KaFile_Seek(file_, w64 ? 40 : 12, FILE_BEGIN, nullptr);
+    if (SUCCEEDED(hr))
+      hr = w64 ? riff64_WriteChunk(file_, RIFF64_GUID_FMT, &ext, sizeof ext)
+               : riff_WriteChunk(file_, RIFF_ID_FMT, &ext, sizeof ext);
+  }
+  if (SUCCEEDED(hr)) hr = KaFile_Seek(file_, INT64(fmtEnd_), FILE_BEGIN, nullptr);
+  if (SUCCEEDED(hr) && fact_) {
+    const DWORD count = DWORD(std::min<uint64_t>(frames, 0xFFFFFFFFu));
+    hr = riff_WriteChunk(file_, KaFourCC('f', 'a', 'c', 't'), &count, 4);
+  }
+  for (const CarriedChunk& c : carried_) {
+    if (FAILED(hr)) break;
+    const auto size = DWORD(c.bytes.size());
+    hr = w64 ? riff64_WriteChunk(file_, c.id, c.bytes.data(), size)
+             : riff_WriteChunk(file_, c.id.Data1, c.bytes.data(), size);
+  }
+  if (SUCCEEDED(hr) && w64) {
+    INT64 at = 0;
+    hr = KaFile_GetPosition(file_, &at);
+    if (SUCCEEDED(hr)) hr = riff64_WriteChunkHeader(file_, RIFF64_GUID_JUNK, headerLength_ - 24 - UINT64(at) - 24);
   }
   return hr;
 }
@@ -162,7 +201,7 @@ HRESULT AudioWriter::write(const void* bytes, size_t count) {
   return S_OK;
 }
 
-HRESULT AudioWriter::finish(const std::vector<TextItem>& info) {
+HRESULT AudioWriter::finish() {
   if (file_ == KA_INVALID_HFILE) return E_UNEXPECTED;
   const _kawaveformat& f = kwf(format_);
   HRESULT hr = S_OK;
@@ -182,27 +221,7 @@ HRESULT AudioWriter::finish(const std::vector<TextItem>& info) {
       break;
     }
   }
-  if (SUCCEEDED(hr) && extensible_) hr = rewriteExtensible();
-  if (SUCCEEDED(hr) && container_ == Container::Riff && !info.empty()) {
-    // INFO goes after the samples (and their pad byte), so the header length stays.
-    _summarylisttag list{};
-    for (const TextItem& item : info) {
-      const std::u16string text = toUtf16(item.text);
-      if (FAILED(hr = KaSummary_SetItem(&list, item.rawId, text.c_str()))) break;
-    }
-    DWORD listBytes = 0;
-    const DWORD pad = DWORD(written_ & 1);
-    if (SUCCEEDED(hr))
-      hr = KaFile_Seek(file_, INT64(headerLength_ + written_), FILE_BEGIN, nullptr);
-    if (SUCCEEDED(hr) && pad) {
-      const unsigned char zero = 0;
-      DWORD done = 0;
-      hr = KaFile_Write(file_, &zero, 1, &done);
-    }
-    if (SUCCEEDED(hr)) hr = KaSummary_Save(file_, &list, &listBytes);
-    if (SUCCEEDED(hr)) hr = riff_UpdateRIFFSize(file_, INT64(pad) + listBytes);
-    KaSummary_Free(&list);
-  }
+  if (SUCCEEDED(hr)) hr = rewriteHeader(f.nBlockAlign ? written_ / f.nBlockAlign : 0);
   const HRESULT closed = KaFile_Close(file_);
   file_ = KA_INVALID_HFILE;
   if (SUCCEEDED(hr)) hr = closed;
