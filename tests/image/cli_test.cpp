@@ -45,7 +45,8 @@ TEST(OstraImageCommands, ConvertInspectAndRepair) {
   std::vector<uint8_t> frame(size_t(48) * 6 * 2);
   for (auto& b : frame) b = uint8_t(rng());
   writeFile(d.file("f.uyvy"), frame);
-  ASSERT_EQ(ostraRun("yuv2rgb --layout UYVY --size 48x6 --matrix 709 " + d.file("f.uyvy") + " " +
+  ASSERT_EQ(ostraRun("yuv2rgb --layout UYVY --size 48x6 --matrix 709 --range studio " +
+                         d.file("f.uyvy") + " " +
                          d.file("a.bmp"),
                      d.file("log")),
             0)
@@ -60,7 +61,8 @@ TEST(OstraImageCommands, ConvertInspectAndRepair) {
 
   // Converting back reproduces luma closely (chroma was random, so RGB may have clipped).
   ASSERT_EQ(
-      ostraRun("rgb2yuv --layout UYVY --matrix 709 " + d.file("a.bmp") + " " + d.file("b.uyvy"),
+      ostraRun("rgb2yuv --layout UYVY --matrix 709 --range studio " + d.file("a.bmp") + " " +
+                   d.file("b.uyvy"),
                d.file("log")),
       0)
       << text(d.file("log"));
@@ -90,6 +92,48 @@ TEST(OstraImageCommands, ConvertInspectAndRepair) {
 
   writeFile(d.file("junk.bmp"), std::vector<uint8_t>(60, 'B'));
   EXPECT_NE(ostraRun("dib info " + d.file("junk.bmp"), d.file("log")), 0);
+}
+
+// Black and white frames through both levels: full range (the default) puts video black
+// and white at 0 and 255 in the bitmap and back, studio range leaves 16 and 235.
+TEST(OstraImageCommands, RgbLevels) {
+  TempDir d;
+  const struct {
+    uint8_t y;
+    const char* range;
+    uint8_t rgb;
+  } cases[] = {{16, "full", 0}, {235, "full", 255}, {126, "full", 128},
+               {16, "studio", 16}, {235, "studio", 235}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.range) + " Y " + std::to_string(c.y));
+    std::vector<uint8_t> frame;
+    for (int i = 0; i < 4 * 2; ++i) frame.insert(frame.end(), {128, c.y, 128, c.y});
+    writeFile(d.file("f.uyvy"), frame);
+    const std::string args = std::string(" --layout UYVY --matrix 709 --range ") + c.range + " ";
+    ASSERT_EQ(ostraRun("yuv2rgb --size 8x2" + args + d.file("f.uyvy") + " " + d.file("o.bmp"),
+                       d.file("log")),
+              0)
+        << text(d.file("log"));
+    BITMAPINFOHEADER* bmp = displist_CreateBitmapFromFile(d.wfile("o.bmp").c_str());
+    ASSERT_NE(bmp, nullptr);
+    const auto* px = static_cast<const uint8_t*>(KaDibPixels(bmp));
+    EXPECT_EQ(px[0], c.rgb);
+    EXPECT_EQ(px[1], c.rgb);
+    EXPECT_EQ(px[2], c.rgb);
+    KaDibFree(bmp, 0);
+    ASSERT_EQ(ostraRun("rgb2yuv" + args + d.file("o.bmp") + " " + d.file("b.uyvy"), d.file("log")), 0)
+        << text(d.file("log"));
+    const auto back = readFile(d.file("b.uyvy"));
+    ASSERT_EQ(back.size(), frame.size());
+    EXPECT_EQ(back[1], c.y);
+    EXPECT_EQ(back[0], 128);
+  }
+  std::filesystem::remove(d.file("o.bmp"));
+  EXPECT_NE(ostraRun("yuv2rgb --size 8x2 --layout UYVY --range tv " + d.file("f.uyvy") + " " +
+                         d.file("o.bmp"),
+                     d.file("log")),
+            0);
+  EXPECT_FALSE(std::filesystem::exists(d.file("o.bmp")));
 }
 
 }  // namespace

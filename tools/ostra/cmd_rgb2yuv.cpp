@@ -5,6 +5,7 @@
 
 #include "command.h"
 #include "output_file.h"
+#include "rgb_range.h"
 #include "text.h"
 #include "ostra/kadib.h"
 #include "ostra/kaerror.h"
@@ -14,7 +15,7 @@
 namespace {
 
 struct Options {
-  std::string layout, matrix = "auto", in, out;
+  std::string layout, matrix = "auto", range = "full", in, out;
 };
 
 // A 32-bit copy of any bitmap the whole-image routines take; null on failure.
@@ -40,6 +41,8 @@ void setup(CLI::App& cmd) {
   cmd.add_option("--matrix", o.matrix,
                  "Colour matrix; auto chooses BT.601 for standard definition, else BT.709")
       ->check(CLI::IsMember({"auto", "601", "709", "2020"}));
+  cmd.add_option("--range", o.range, ostra::cli::kRangeHelp)
+      ->check(CLI::IsMember({"full", "studio"}));
   cmd.add_option("in", o.in, "BMP file")->required();
   cmd.add_option("out", o.out, "Raw frame to write")->required();
   cmd.callback([] {
@@ -69,6 +72,7 @@ void setup(CLI::App& cmd) {
     bih.biCompression = code;
     const DWORD need = KaYUVImageBytesAndOffsets(&bih, nullptr);
     std::vector<BYTE> frame;
+    if (rgb && o.range == "full") rescaleRgb(rgb, false);
     if (rgb) {
       frame.resize(need);
       const LONG stride = KaDibStride(rgb);

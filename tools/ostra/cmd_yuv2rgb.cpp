@@ -8,6 +8,7 @@
 
 #include "command.h"
 #include "output_file.h"
+#include "rgb_range.h"
 #include "text.h"
 #include "ostra/kadib.h"
 #include "ostra/kaplatform.h"
@@ -16,7 +17,7 @@
 namespace {
 
 struct Options {
-  std::string layout, size, matrix = "auto", in, out;
+  std::string layout, size, matrix = "auto", range = "full", in, out;
 };
 
 void setup(CLI::App& cmd) {
@@ -30,6 +31,8 @@ void setup(CLI::App& cmd) {
   cmd.add_option("--matrix", o.matrix,
                  "Colour matrix; auto chooses BT.601 for standard definition, else BT.709")
       ->check(CLI::IsMember({"auto", "601", "709", "2020"}));
+  cmd.add_option("--range", o.range, ostra::cli::kRangeHelp)
+      ->check(CLI::IsMember({"full", "studio"}));
   cmd.add_option("in", o.in, "Raw frame")->required();
   cmd.add_option("out", o.out, "BMP file to write")->required();
   cmd.callback([] {
@@ -82,6 +85,7 @@ void setup(CLI::App& cmd) {
     BYTE* top = static_cast<BYTE*>(KaDibPixels(bmp)) + size_t(h - 1) * stride;
     hr = KaYUV_YUVToRGB(top, -stride, frame.data(), frame.size(), code, LONG(w), LONG(h),
                         matrices.at(o.matrix));
+    if (SUCCEEDED(hr) && o.range == "full") rescaleRgb(bmp, true);
     std::string why;
     if (SUCCEEDED(hr)) hr = writeBitmap(o.out, {o.in}, bmp, why);
     KaDibFree(bmp, 0);
