@@ -16,6 +16,7 @@
 #include "ostra/riff.h"
 #include "ostra/riff64.h"
 #include "progress.h"
+#include "std_streams.h"
 #include "text.h"
 #include "writer.h"
 
@@ -139,8 +140,15 @@ KASAMPLETYPE sampleTypeFromName(const std::string& name) {
 }
 
 HRESULT convertFile(const ConvertRequest& r) {
+  TempFile spool, stdoutCopy;
+  std::string input;
+  HRESULT hr = readablePath(r.input, spool, input);
+  if (FAILED(hr)) return hr;
+  const bool toStdout = r.output == "-";
+  if (toStdout && FAILED(hr = stdoutCopy.create(".out"))) return hr;
+  const std::string& output = toStdout ? stdoutCopy.path() : r.output;
   KAHFILE in = KA_INVALID_HFILE;
-  HRESULT hr = KaFile_OpenUtf8(r.input.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING,
+  hr = KaFile_OpenUtf8(input.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING,
                                FILE_FLAG_SEQUENTIAL_SCAN, &in);
   if (FAILED(hr)) return hr;
   struct Closer {
@@ -154,7 +162,8 @@ HRESULT convertFile(const ConvertRequest& r) {
   if (FAILED(hr = checkReadableAudio(src, why))) return withReason(hr, why);
   const auto srcType = KASAMPLETYPE(src.format.sampleType);
 
-  const Container container = r.container.value_or(containerForName(r.output).value_or(src.kind));
+  const Container container =
+      r.container.value_or(containerForName(toStdout ? "" : r.output).value_or(src.kind));
   const KASAMPLETYPE dstType = storedType(container, r.type != KASAMPLE_NONE ? r.type : srcType);
   if (dstType == KASAMPLE_NONE) return KAERR_UNSUPPORTED_FORMAT;
 
@@ -203,7 +212,7 @@ HRESULT convertFile(const ConvertRequest& r) {
   for (const std::string& d : dropped) std::fprintf(stderr, "ostra: not carried: %s\n", d.c_str());
 
   AudioWriter out;
-  if (FAILED(hr = out.create(r.output, container, *dstFormat, {r.input}, std::move(carried))))
+  if (FAILED(hr = out.create(output, container, *dstFormat, {input}, std::move(carried))))
     return withReason(hr, out.refusal());
   if (FAILED(hr = KaFile_Seek(in, INT64(src.dataOffset), FILE_BEGIN, nullptr))) return hr;
   Progress progress("converting", src.frames);
@@ -226,7 +235,8 @@ HRESULT convertFile(const ConvertRequest& r) {
   }
   progress.finish();
   hr = out.finish();
-  return FAILED(hr) ? withReason(hr, out.refusal()) : hr;
+  if (FAILED(hr)) return withReason(hr, out.refusal());
+  return toStdout ? copyToStdout(output) : S_OK;
 }
 
 namespace {
@@ -238,10 +248,11 @@ struct Options {
 
 void setup(CLI::App& cmd) {
   static Options o;
-  cmd.add_option("IN", o.input, "Wave, Wave64, AIFF or AIFC file")
+  cmd.add_option("IN", o.input, "Wave, Wave64, AIFF or AIFC file (- reads standard input)")
       ->required()
-      ->check(CLI::ExistingFile);
-  cmd.add_option("OUT", o.output, "New file (never the input)")->required();
+      ->check(existingFileOrStdin());
+  cmd.add_option("OUT", o.output, "New file (never the input; - writes standard output)")
+      ->required();
   cmd.add_option("--type", o.type, "Sample type of OUT (default: that of IN)")
       ->check(
           CLI::IsMember({"pcm8", "pcm16", "pcm24", "pcm32", "pcm24in32", "float32", "float64"}));

@@ -6,6 +6,7 @@
 
 #include "command.h"
 #include "inspect.h"
+#include "std_streams.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 
@@ -45,13 +46,15 @@ void run(const Options& o) {
   bool first = true;
   for (const std::string& path : o.files) {
     FileFacts facts;
-    HRESULT hr;
-    if (o.memory) {
+    TempFile spool;
+    std::string real;
+    HRESULT hr = readablePath(path, spool, real);
+    if (SUCCEEDED(hr) && o.memory) {
       std::vector<uint8_t> bytes;
-      hr = readWhole(path, bytes);
+      hr = readWhole(real, bytes);
       if (SUCCEEDED(hr)) hr = inspectImage(bytes.data(), bytes.size(), facts);
-    } else {
-      hr = inspectPath(path, facts);
+    } else if (SUCCEEDED(hr)) {
+      hr = inspectPath(real, facts);
     }
     if (FAILED(hr)) {
       reportFailure(hr, path);
@@ -74,9 +77,9 @@ void run(const Options& o) {
 
 void setup(CLI::App& cmd) {
   static Options o;
-  cmd.add_option("FILE", o.files, "Wave, Wave64, AIFF or AIFC files")
+  cmd.add_option("FILE", o.files, "Wave, Wave64, AIFF or AIFC files (- reads standard input)")
       ->required()
-      ->check(CLI::ExistingFile);
+      ->check(existingFileOrStdin());
   cmd.add_flag("--json", o.json, "One JSON object per file (an array for several files)");
   cmd.add_flag("--memory", o.memory,
                "Read the file into memory and walk it with the memory RIFF functions");

@@ -7,6 +7,7 @@
 
 #include "checks.h"
 #include "command.h"
+#include "std_streams.h"
 #include "inspect.h"
 #include "ostra/kaaudio.h"
 #include "ostra/kaerror.h"
@@ -74,8 +75,12 @@ nlohmann::json sampleValue(int32_t type, const uint8_t* p) {
 }
 
 void run(const Options& o) {
+  TempFile spool;
+  std::string path;
+  if (HRESULT hr = readablePath(o.file, spool, path); FAILED(hr))
+    return void(reportFailure(hr, o.file));
   KAHFILE file = KA_INVALID_HFILE;
-  HRESULT hr = KaFile_OpenUtf8(o.file.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING,
+  HRESULT hr = KaFile_OpenUtf8(path.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING,
                                FILE_ATTRIBUTE_NORMAL, &file);
   if (FAILED(hr)) return void(reportFailure(hr, o.file));
   FileFacts facts;
@@ -128,9 +133,9 @@ void run(const Options& o) {
 
 void setup(CLI::App& cmd) {
   static Options o;
-  cmd.add_option("FILE", o.file, "Wave, Wave64, AIFF or AIFC file")
+  cmd.add_option("FILE", o.file, "Wave, Wave64, AIFF or AIFC file (- reads standard input)")
       ->required()
-      ->check(CLI::ExistingFile);
+      ->check(existingFileOrStdin());
   cmd.add_flag("--json", o.json, "Print {\"channels\": [[...], ...]}");
   cmd.add_option("--count", o.count, "Frames to show (default 16)")
       ->check(wholeNumber());
