@@ -19,3 +19,4 @@
 #include "ostra/mriff.h"
 #include "ostra/kadib.h"
 #include "ostra/kayuv.h"
+#include "ostra/kafileio.h"

@@ -1,0 +1,137 @@
+// File-format plug-ins: the reader and renderer interfaces a plug-in implements, and the
+// wrappers (the Blanket family) through which every object that comes from a plug-in is
+// used from any thread of the host.
+//
+// Interfaces are COM-style: IUnknown first, methods in slot order, which never changes;
+// identifiers are the GUID constants below. Positions are 100-nanosecond ticks, audio is
+// interleaved and described by a _kawaveformat, video frames by a BITMAPINFOHEADER whose
+// biCompression is a pixel layout of kayuv.h or 0 for a 32-bit bitmap.
+#pragma once
+
+#include "ostra/kaaudio.h"
+#include "ostra/kadefs.h"
+#include "ostra/kadib.h"
+
+// A reader that does not read a file declines with one of these; identification then
+// asks the next plug-in.
+#define KAERR_FIO_DECLINED ((HRESULT)0x8004E086u)
+#define KAERR_FIO_NOT_MINE ((HRESULT)0x8004E047u)
+
+enum KAFIOSTREAMTYPE : DWORD {
+  KAFIO_STREAM_AUDIO = 1,
+  KAFIO_STREAM_VIDEO = 2,
+  KAFIO_STREAM_TEXT = 3,
+};
+
+struct IKaReadStream;
+struct IKaReadMeta;
+
+// One stream of an open file.
+struct IKaReadStream : IUnknown {
+  // KAFIOSTREAMTYPE.
+  STDMETHOD(GetStreamType)(DWORD* type) = 0;
+  // Length in ticks (-1 when unknown) and the stream's time of its first unit.
+  STDMETHOD(GetDuration)(INT64* duration, INT64* start) = 0;
+};
+
+struct IKaReadAudioStream : IKaReadStream {
+  // The format of the blocks Read delivers; `size` is the caller's buffer.
+  STDMETHOD(GetFormat)(_kawaveformat* format, DWORD size) = 0;
+  STDMETHOD(GetFrameCount)(UINT64* frames) = 0;
+  // Up to `frames` frames from `position` on; *read gets how many (0 at the end).
+  STDMETHOD(Read)(UINT64 position, void* buffer, DWORD frames, DWORD* read) = 0;
+};
+
+struct IKaReadVideoStream : IKaReadStream {
+  // The frame size and layout, and the frame rate as a fraction.
+  STDMETHOD(GetFrameFormat)(BITMAPINFOHEADER* header, DWORD* rateNumerator,
+                            DWORD* rateDenominator) = 0;
+  STDMETHOD(GetFrameCount)(UINT64* frames) = 0;
+  // The frame at index `frame` in the layout of `header` (bytes as KaYUVImageBytesAndOffsets
+  // or the bitmap's size give them) and its time stamp in ticks.
+  STDMETHOD(ReadFrame)(UINT64 frame, const BITMAPINFOHEADER* header, void* buffer, size_t bytes,
+                       INT64* time) = 0;
+};
+
+struct IKaReadTextStream : IKaReadStream {
+  // The text in force at `time` (UTF-16, terminated), with its start and end.
+  STDMETHOD(ReadText)(INT64 time, KAWCHAR* buffer, DWORD chars, INT64* start, INT64* end) = 0;
+};
+
+// Descriptive values by key: "Title", "Rotation", "colour_description_present",
+// "colour_primaries", "transfer_characteristics", "matrix_coefficients",
+// "MasteringDisplay_ColorPrimaries", "MasteringDisplay_Luminance", "colour_range".
+struct IKaReadMeta : IUnknown {
+  // S_FALSE and an empty text when the file has no value for the key.
+  STDMETHOD(GetValue)(const KAWCHAR* key, KAWCHAR* buffer, DWORD chars) = 0;
+};
+
+// The project a media file links to (an editor's project that rendered it), if any.
+struct IKaReadProjectLinkMeta : IUnknown {
+  STDMETHOD(GetProjectPath)(KAWCHAR* buffer, DWORD chars) = 0;
+};
+
+// An open reader. Open takes a path; a reader that does not read the file declines with
+// KAERR_FIO_DECLINED or KAERR_FIO_NOT_MINE.
+struct IKaReadFile : IUnknown {
+  STDMETHOD(Open)(const KAWCHAR* path, DWORD flags) = 0;
+  STDMETHOD(Close)() = 0;
+  STDMETHOD(GetStreamCount)(DWORD* count) = 0;
+  // The stream at `index`, queried for riid (IKaReadAudioStream, ...).
+  STDMETHOD(GetStream)(DWORD index, REFIID riid, void** stream) = 0;
+  // IKaReadMeta or IKaReadProjectLinkMeta; E_NOINTERFACE when the reader has none.
+  STDMETHOD(GetMeta)(REFIID riid, void** meta) = 0;
+};
+
+// A reader class: what it reads, and a new reader.
+struct IKaReadFileClass : IUnknown {
+  // Name and extension list ("wav;w64;aif"), UTF-16, terminated.
+  STDMETHOD(GetName)(KAWCHAR* buffer, DWORD chars) = 0;
+  STDMETHOD(GetExtensions)(KAWCHAR* buffer, DWORD chars) = 0;
+  STDMETHOD(GetMerit)(LONG* merit) = 0;
+  STDMETHOD(CreateReader)(IKaReadFile** reader) = 0;
+};
+
+// A renderer: a new file from formats, blocks written, then finished.
+struct IKaRenderFile : IUnknown {
+  STDMETHOD(Create)(const KAWCHAR* path, const _kawaveformat* audio, DWORD flags) = 0;
+  STDMETHOD(WriteAudio)(const void* buffer, DWORD frames) = 0;
+  STDMETHOD(Finish)() = 0;
+};
+
+struct IKaRenderFileClass : IUnknown {
+  STDMETHOD(GetName)(KAWCHAR* buffer, DWORD chars) = 0;
+  STDMETHOD(GetExtensions)(KAWCHAR* buffer, DWORD chars) = 0;
+  STDMETHOD(CreateRenderer)(IKaRenderFile** renderer) = 0;
+};
+
+// Where an object lives: in the host process, or in a surrogate process.
+struct IKaOutOfProcObj : IUnknown {
+  // TRUE and the surrogate's index when the object lives in a surrogate.
+  STDMETHOD(IsOutOfProcess)(BOOL* outOfProcess, LONG* surrogate) = 0;
+  // The wrapped object as registered (for the wrapper family itself and for tests).
+  STDMETHOD(GetContext)(UINT64* context) = 0;
+  // Proxies fetched so far, one per thread that called (the creating thread needs none).
+  STDMETHOD(GetProxyCount)(DWORD* count) = 0;
+};
+
+inline constexpr IID IID_IKaReadStream = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B01");
+inline constexpr IID IID_IKaReadAudioStream = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B02");
+inline constexpr IID IID_IKaReadVideoStream = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B03");
+inline constexpr IID IID_IKaReadTextStream = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B04");
+inline constexpr IID IID_IKaReadMeta = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B05");
+inline constexpr IID IID_IKaReadProjectLinkMeta = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B06");
+inline constexpr IID IID_IKaReadFile = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B07");
+inline constexpr IID IID_IKaReadFileClass = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B08");
+inline constexpr IID IID_IKaRenderFile = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B09");
+inline constexpr IID IID_IKaRenderFileClass = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B0A");
+inline constexpr IID IID_IKaOutOfProcObj = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B0B");
+
+// Wraps a plug-in object in the Blanket wrapper of the interface `riid` (one of the plug-in
+// interfaces above), registering it in the global interface table so that every calling
+// thread gets its own proxy, fetched once. `owner` (may be null) is kept referenced for
+// the wrapper's life; `context` and `flags` are kept and passed on to child wrappers.
+// E_NOINTERFACE for an interface without a wrapper class; the inner object must support
+// riid (its QueryInterface is asked).
+OSTRA_API HRESULT KaFio_WrapObject(IUnknown* inner, REFIID riid, IUnknown* owner, UINT64 context,
+                                   DWORD flags, void** wrapper) noexcept;
