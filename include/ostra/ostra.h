@@ -20,3 +20,4 @@
 #include "ostra/kadib.h"
 #include "ostra/kayuv.h"
 #include "ostra/kafileio.h"
+#include "ostra/kasmpte.h"
