@@ -220,7 +220,9 @@ TEST_F(Damage, EveryHeaderFieldOfFilesFromEveryWriter) {
         if (d == original) continue;
         const bool ok = check(path, d, ref, dataStart, align, frames,
                               f.name + (invert ? " inverted" : " zeroed"));
-        if (f.mustRepair) EXPECT_TRUE(ok) << f.name << (invert ? " inverted" : " zeroed");
+        if (f.mustRepair) {
+          EXPECT_TRUE(ok) << f.name << (invert ? " inverted" : " zeroed");
+        }
         (ok ? repaired : refused)++;
       }
     }
