@@ -5,6 +5,7 @@
 // tool.
 #include <cstdint>
 
+#include "../tools/ostra/bext.cpp"
 #include "../tools/ostra/info_text.cpp"
 #include "../tools/ostra/inspect.cpp"
 #include "../tools/ostra/inspect_render.cpp"

@@ -17,6 +17,7 @@ struct Options {
   std::vector<std::string> files;
   bool json = false;
   bool memory = false;
+  unsigned tcType = 3;
 };
 
 HRESULT readWhole(const std::string& path, std::vector<uint8_t>& bytes) {
@@ -61,11 +62,11 @@ void run(const Options& o) {
       continue;
     }
     if (o.json) {
-      nlohmann::json j = factsJson(facts);
+      nlohmann::json j = factsJson(facts, o.tcType);
       j["file"] = path;
       all.push_back(std::move(j));
     } else {
-      std::printf("%s%s\n%s", first ? "" : "\n", path.c_str(), factsText(facts).c_str());
+      std::printf("%s%s\n%s", first ? "" : "\n", path.c_str(), factsText(facts, o.tcType).c_str());
       first = false;
     }
   }
@@ -81,6 +82,10 @@ void setup(CLI::App& cmd) {
       ->required()
       ->check(existingFileOrStdin());
   cmd.add_flag("--json", o.json, "One JSON object per file (an array for several files)");
+  cmd.add_option("--tc-type", o.tcType,
+                 "Time-code format of the broadcast time reference: 1 = 30, 2 = 30 drop, "
+                 "3 = 25 (default), 4 = 24, 5 = 30 at 29.97, 6 = 24 at 23.976")
+      ->check(CLI::Range(1, 6));
   cmd.add_flag("--memory", o.memory,
                "Read the file into memory and walk it with the memory RIFF functions");
   cmd.callback([] { run(o); });

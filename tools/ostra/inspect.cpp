@@ -342,6 +342,11 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
       loadInfo(file, c, facts);
     } else if (id == "DISP") {
       loadDisplay(file, c, w64, facts);
+    } else if (id == "bext" && !facts.bext && c.offset + headerBytes + c.size <= facts.fileSize) {
+      std::vector<uint8_t> body(size_t(std::min<uint64_t>(c.size, kMaxListBytes)));
+      if (readAt(file, c.offset + headerBytes, body.data(), body.size()) == body.size())
+        facts.bext = parseBext(body.data(), body.size());
+      if (!facts.bext) facts.notes.push_back("bext chunk too short");
     }
   }
   if (facts.kind == Container::Aiff) aiffDetails(file, chunks, facts);

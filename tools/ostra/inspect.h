@@ -7,9 +7,11 @@
 
 #include <cstdint>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "bext.h"
 #include "ostra/kadefs.h"
 
 namespace ostra::cli {
@@ -66,6 +68,7 @@ struct FileFacts {
   std::vector<TextItem> info;  // LIST INFO (AIFF: NAME, AUTH, (c) , ANNO)
   std::vector<TextItem> unfo;  // LIST UNFO
   std::vector<DisplayFacts> display;
+  std::optional<BextFacts> bext;
   std::vector<std::string> notes;  // what did not add up (sizes past the end, ...)
 
   double duration() const { return format.rate ? double(frames) / format.rate : 0.0; }
@@ -78,7 +81,8 @@ HRESULT inspectPath(const std::string& path, FileFacts& facts);
 // The same for a wave image in memory, through the mriff_* family (RIFF only).
 HRESULT inspectImage(const uint8_t* data, size_t size, FileFacts& facts);
 
-nlohmann::json factsJson(const FileFacts& facts);
-std::string factsText(const FileFacts& facts);
+// `tcType` is the time-code format (1 to 6) that the bext time reference is shown in.
+nlohmann::json factsJson(const FileFacts& facts, unsigned tcType = 3);
+std::string factsText(const FileFacts& facts, unsigned tcType = 3);
 
 }  // namespace ostra::cli

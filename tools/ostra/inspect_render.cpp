@@ -3,10 +3,26 @@
 #include <sstream>
 
 #include "inspect.h"
+#include "ostra/kasmpte.h"
+#include "text.h"
 
 namespace ostra::cli {
 
-nlohmann::json factsJson(const FileFacts& f) {
+namespace {
+
+// Samples since midnight as a time-code label of `type`, through the kernel's arithmetic.
+std::string timeReferenceLabel(uint64_t samples, uint32_t rate, unsigned type) {
+  const INT64 ticks = INT64(double(samples) * 1e7 / rate);
+  _smpteval l{type, 0, 0, 0, 0};
+  KASMPTE_NanoToSMPTE(ticks, &l);
+  KAWCHAR buf[16] = {};
+  KASMPTE_SMPTEToText(&l, buf, 16);
+  return toUtf8(buf);
+}
+
+}  // namespace
+
+nlohmann::json factsJson(const FileFacts& f, unsigned tcType) {
   using nlohmann::json;
   json j;
   j["container"] = f.container;
@@ -48,6 +64,27 @@ nlohmann::json factsJson(const FileFacts& f) {
     for (const auto& i : f.unfo) unfo[i.id] = i.text;
     j["unfo"] = unfo;
   }
+  if (f.bext) {
+    const BextFacts& b = *f.bext;
+    json bext{{"description", b.description},
+              {"originator", b.originator},
+              {"reference", b.reference},
+              {"date", b.date},
+              {"time", b.time},
+              {"time_reference", b.timeReference},
+              {"version", b.version}};
+    if (f.hasFormat && f.format.rate)
+      bext["time_reference_label"] = timeReferenceLabel(b.timeReference, f.format.rate, tcType);
+    if (!b.umid.empty()) bext["umid"] = b.umid;
+    const std::pair<const char*, const std::optional<int>*> loud[] = {
+        {"loudness_value", &b.loudness}, {"loudness_range", &b.loudnessRange},
+        {"max_true_peak_level", &b.maxTruePeak}, {"max_momentary_loudness", &b.maxMomentary},
+        {"max_short_term_loudness", &b.maxShortTerm}};
+    for (const auto& [key, v] : loud)
+      if (*v) bext[key] = **v / 100.0;
+    if (!b.codingHistory.empty()) bext["coding_history"] = b.codingHistory;
+    j["bext"] = bext;
+  }
   json display = json::array();
   for (const auto& d : f.display) {
     json item{{"format", d.format}, {"size", d.size}};
@@ -59,7 +96,7 @@ nlohmann::json factsJson(const FileFacts& f) {
   return j;
 }
 
-std::string factsText(const FileFacts& f) {
+std::string factsText(const FileFacts& f, unsigned tcType) {
   std::ostringstream o;
   char line[256];
   o << "container    " << f.container << " (form " << f.form << ", header size " << f.headerSize
@@ -100,6 +137,22 @@ std::string factsText(const FileFacts& f) {
   }
   for (const auto& i : f.info) o << "info         " << i.id << " = " << i.text << "\n";
   for (const auto& i : f.unfo) o << "unfo         " << i.id << " = " << i.text << "\n";
+  if (f.bext) {
+    const BextFacts& b = *f.bext;
+    o << "bext         version " << b.version << "\n";
+    o << "  description  " << b.description << "\n";
+    o << "  originator   " << b.originator << " (" << b.reference << ")\n";
+    o << "  origination  " << b.date << " " << b.time << "\n";
+    o << "  time ref     " << b.timeReference << " samples";
+    if (f.hasFormat && f.format.rate)
+      o << " = " << timeReferenceLabel(b.timeReference, f.format.rate, tcType);
+    o << "\n";
+    if (!b.umid.empty()) o << "  umid         " << b.umid << "\n";
+    if (b.loudness) {
+      std::snprintf(line, sizeof line, "  loudness     %.2f LUFS\n", *b.loudness / 100.0);
+      o << line;
+    }
+  }
   for (const auto& d : f.display) {
     o << "display      format " << d.format << ", " << d.size << " bytes";
     if (d.format == 1) o << ": " << d.text;
