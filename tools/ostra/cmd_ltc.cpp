@@ -12,6 +12,7 @@
 
 #include "checks.h"
 #include "command.h"
+#include "label_text.h"
 #include "inspect.h"
 #include "ostra/kaaudio.h"
 #include "ostra/kaerror.h"
@@ -45,19 +46,6 @@ Format formatOf(DWORD type) {
     default:
       return {1, 30.0, LTC_TV_1125_60};
   }
-}
-
-std::string labelText(const _smpteval& l) {
-  KAWCHAR buf[16] = {};
-  KASMPTE_SMPTEToText(&l, buf, 16);
-  return toUtf8(buf);
-}
-
-bool parseLabel(const std::string& text, DWORD type, _smpteval& l) {
-  if (text.find_first_of("0123456789") == std::string::npos) return false;
-  const std::u16string w = toUtf16(text);
-  l = {type, 0, 0, 0, 0};
-  return *KASMPTE_TextToSMPTE(&l, w.c_str()) == 0;
 }
 
 // ---------------------------------------------------------------- encode

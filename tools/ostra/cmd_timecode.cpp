@@ -6,6 +6,7 @@
 #include <string>
 
 #include "command.h"
+#include "label_text.h"
 #include "ostra/kaerror.h"
 #include "ostra/kasmpte.h"
 #include "text.h"
@@ -19,20 +20,6 @@ struct Options {
   long long step = 0;
   bool json = false;
 };
-
-std::string labelText(const _smpteval& l) {
-  KAWCHAR buf[16] = {};
-  KASMPTE_SMPTEToText(&l, buf, 16);
-  return toUtf8(buf);
-}
-
-// Typed text to a label of `type`; false when the text holds no number or more than a label.
-bool parse(const std::string& text, DWORD type, _smpteval& l) {
-  if (text.find_first_of("0123456789") == std::string::npos) return false;
-  const std::u16string w = toUtf16(text);
-  l = {type, 0, 0, 0, 0};
-  return *KASMPTE_TextToSMPTE(&l, w.c_str()) == 0;
-}
 
 void run(const Options& o) {
   const char* kTypes = "1 (30), 2 (30 drop-frame), 3 (25), 4 (24), 5 (30 at 29.97), 6 (24 at 23.976)";
@@ -54,14 +41,14 @@ void run(const Options& o) {
       return void(reportRefusal(KAERR_BAD_TIMECODE, "--ticks " + o.ticks,
                                 "a time is a whole number of 100-nanosecond ticks from 0"));
     KASMPTE_NanoToSMPTE(t, &l);
-  } else if (!parse(o.label, o.type, l)) {
+  } else if (!parseLabel(o.label, o.type, l)) {
     return void(reportRefusal(KAERR_BAD_TIMECODE, "--label " + o.label,
                               "a label is up to four numbers, HH:MM:SS:FF"));
   }
   const std::string& operand = !o.add.empty() ? o.add : o.sub;
   if (!operand.empty()) {
     _smpteval b{};
-    if (!parse(operand, o.type, b))
+    if (!parseLabel(operand, o.type, b))
       return void(reportRefusal(KAERR_BAD_TIMECODE, operand, "a label is up to four numbers, HH:MM:SS:FF"));
     if (!o.add.empty())
       KASMPTE_AddSMPTE(&l, &b);

@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "inspect.h"
+#include "label_text.h"
 #include "ostra/kasmpte.h"
 #include "text.h"
 
@@ -15,9 +16,7 @@ std::string timeReferenceLabel(uint64_t samples, uint32_t rate, unsigned type) {
   const INT64 ticks = INT64(double(samples) * 1e7 / rate);
   _smpteval l{type, 0, 0, 0, 0};
   KASMPTE_NanoToSMPTE(ticks, &l);
-  KAWCHAR buf[16] = {};
-  KASMPTE_SMPTEToText(&l, buf, 16);
-  return toUtf8(buf);
+  return labelText(l);
 }
 
 }  // namespace

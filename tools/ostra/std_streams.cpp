@@ -14,6 +14,18 @@ constexpr KAHFILE kStdin = 0;
 constexpr KAHFILE kStdout = 1;
 constexpr DWORD kBlock = 1u << 20;
 
+// Copies what `from` holds from its position to its end into `to`.
+HRESULT copyAll(KAHFILE from, KAHFILE to) {
+  std::vector<unsigned char> block(kBlock);
+  for (;;) {
+    DWORD got = 0, put = 0;
+    HRESULT hr = KaFile_Read(from, block.data(), kBlock, &got);
+    if (FAILED(hr) || got == 0) return hr;
+    if (FAILED(hr = KaFile_Write(to, block.data(), got, &put))) return hr;
+    if (put != got) return KAERR_WRITE_FAILED;
+  }
+}
+
 }  // namespace
 
 CLI::Validator existingFileOrStdin() {
@@ -52,16 +64,7 @@ HRESULT readablePath(const std::string& name, TempFile& spool, std::string& path
   KAHFILE out = KA_INVALID_HFILE;
   if (SUCCEEDED(hr)) hr = KaFile_OpenUtf8(spool.path().c_str(), GENERIC_WRITE, 0, TRUNCATE_EXISTING, 0, &out);
   if (FAILED(hr)) return hr;
-  std::vector<unsigned char> block(kBlock);
-  for (;;) {
-    DWORD got = 0, put = 0;
-    if (FAILED(hr = KaFile_Read(kStdin, block.data(), kBlock, &got)) || got == 0) break;
-    if (FAILED(hr = KaFile_Write(out, block.data(), got, &put))) break;
-    if (put != got) {
-      hr = KAERR_WRITE_FAILED;
-      break;
-    }
-  }
+  hr = copyAll(kStdin, out);
   const HRESULT closed = KaFile_Close(out);
   if (SUCCEEDED(hr)) hr = closed;
   path = spool.path();
@@ -73,16 +76,7 @@ HRESULT copyToStdout(const std::string& path) {
   HRESULT hr = KaFile_OpenUtf8(path.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING,
                                FILE_FLAG_SEQUENTIAL_SCAN, &in);
   if (FAILED(hr)) return hr;
-  std::vector<unsigned char> block(kBlock);
-  for (;;) {
-    DWORD got = 0, put = 0;
-    if (FAILED(hr = KaFile_Read(in, block.data(), kBlock, &got)) || got == 0) break;
-    if (FAILED(hr = KaFile_Write(kStdout, block.data(), got, &put))) break;
-    if (put != got) {
-      hr = KAERR_WRITE_FAILED;
-      break;
-    }
-  }
+  hr = copyAll(in, kStdout);
   KaFile_Close(in);
   return hr;
 }
