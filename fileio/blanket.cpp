@@ -201,11 +201,11 @@ class Blanket : public I, public IKaOutOfProcObj {
   std::atomic<ULONG> refs_{1};
 };
 
-#define OSTRA_FORWARD(method, params, args)   \
-  STDMETHOD(method) params override {         \
-    HRESULT hr;                               \
-    auto* p = this->inner(&hr);               \
-    return p ? p->method args : hr;           \
+#define OSTRA_FORWARD(method, params, args) \
+  STDMETHOD(method) params override {       \
+    HRESULT hr;                             \
+    auto* p = this->inner(&hr);             \
+    return p ? p->method args : hr;         \
   }
 
 // The stream wrappers share the stream methods.
@@ -342,31 +342,31 @@ HRESULT wrap(IUnknown* inner, REFIID riid, IUnknown* owner, UINT64 context, DWOR
     return make<CKaReadStreamBlanket, IKaReadStream>(inner, riid, owner, context, flags, out);
   if (riid == IID_IKaReadAudioStream)
     return make<CKaReadAudioStreamBlanket, IKaReadAudioStream>(inner, riid, owner, context, flags,
-                                                              out);
+                                                               out);
   if (riid == IID_IKaReadVideoStream)
     return make<CKaReadVideoStreamBlanket, IKaReadVideoStream>(inner, riid, owner, context, flags,
-                                                              out);
+                                                               out);
   if (riid == IID_IKaReadTextStream)
     return make<CKaReadTextStreamBlanket, IKaReadTextStream>(inner, riid, owner, context, flags,
-                                                            out);
+                                                             out);
   if (riid == IID_IKaReadMeta)
     return make<CKaReadMetaBlanket, IKaReadMeta>(inner, riid, owner, context, flags, out);
   if (riid == IID_IKaReadProjectLinkMeta)
     return make<CKaReadProjectLinkMetaBlanket, IKaReadProjectLinkMeta>(inner, riid, owner, context,
-                                                                      flags, out);
+                                                                       flags, out);
   if (riid == IID_IKaRenderFile)
     return make<CKaRenderFileBlanket, IKaRenderFile>(inner, riid, owner, context, flags, out);
   if (riid == IID_IKaRenderFileClass)
     return make<CKaRenderFileClassBlanket, IKaRenderFileClass>(inner, riid, owner, context, flags,
-                                                              out);
+                                                               out);
   return E_NOINTERFACE;
 }
 
 }  // namespace
 }  // namespace ostra::fileio
 
-HRESULT KaFio_WrapObject(IUnknown* inner, REFIID riid, IUnknown* owner, UINT64 context,
-                         DWORD flags, void** wrapper) noexcept {
+HRESULT KaFio_WrapObject(IUnknown* inner, REFIID riid, IUnknown* owner, UINT64 context, DWORD flags,
+                         void** wrapper) noexcept {
   if (!wrapper) return E_POINTER;
   *wrapper = nullptr;
   if (!inner) return E_INVALIDARG;

@@ -125,7 +125,9 @@ class Planner {
     if (body > length_) return ~uint64_t(0);
     return pos + l_.headerLen + (body + l_.align - 1) / l_.align * l_.align;
   }
-  bool inHead(uint64_t pos, uint64_t n) const { return pos <= head_.size() && n <= head_.size() - pos; }
+  bool inHead(uint64_t pos, uint64_t n) const {
+    return pos <= head_.size() && n <= head_.size() - pos;
+  }
 
   // A chunk header a walk may trust at pos: it fits, its id is plausible, and its body fits
   // in the file (a data chunk may claim more: that is what an unfinished file looks like).
@@ -202,7 +204,7 @@ HRESULT Planner::run() {
   // the wave GUID after it; anything else is read as RIFF.
   const Layout w64 = layoutOf(true);
   const bool isW64 = head_.size() >= 40 && (std::memcmp(&head_[0], w64.riff, 16) == 0 ||
-                                             std::memcmp(&head_[24], w64.wave, 16) == 0);
+                                            std::memcmp(&head_[24], w64.wave, 16) == 0);
   l_ = layoutOf(isW64);
   plan_->container = isW64 ? KACONTAINER_WAVE64 : KACONTAINER_WAVE;
   if (!inHead(l_.firstChunk, l_.headerLen + 16))
@@ -307,7 +309,7 @@ bool consistent(const Fields& f) {
 }
 
 bool commonRate(uint32_t rate) {
-  static const uint32_t kRates[] = {8000,  11025, 16000,  22050,  24000,  32000,  44100, 48000,
+  static const uint32_t kRates[] = {8000,  11025, 16000,  22050,  24000,  32000,  44100,  48000,
                                     88200, 96000, 176400, 192000, 352800, 384000, 705600, 768000};
   return std::find(std::begin(kRates), std::end(kRates), rate) != std::end(kRates);
 }
@@ -332,15 +334,16 @@ HRESULT Planner::fields(uint64_t body, uint64_t bodyLen) {
         fixes.push_back(g);
     };
     Fields g = f;
-    g.tag = extensibleShape                        ? WAVE_FORMAT_EXTENSIBLE
-            : f.bits == 64                         ? WAVE_FORMAT_IEEE_FLOAT
+    g.tag = extensibleShape                                 ? WAVE_FORMAT_EXTENSIBLE
+            : f.bits == 64                                  ? WAVE_FORMAT_IEEE_FLOAT
             : (f.bits == 8 || f.bits == 16 || f.bits == 24) ? WAVE_FORMAT_PCM
-                                                   : f.tag;
+                                                            : f.tag;
     tryFix(g);
     g = f, g.align = f.channels * bytes, tryFix(g);
     g = f, g.avg = f.rate * f.align, tryFix(g);
     if (f.align) g = f, g.rate = f.avg / f.align, g.rate * f.align == f.avg ? tryFix(g) : void();
-    if (bytes) g = f, g.channels = f.align / bytes, g.channels * bytes == f.align ? tryFix(g) : void();
+    if (bytes)
+      g = f, g.channels = f.align / bytes, g.channels * bytes == f.align ? tryFix(g) : void();
     if (f.channels) {
       g = f, g.bits = f.align / f.channels * 8;
       if (g.bits / 8 * f.channels == f.align) tryFix(g);
@@ -368,9 +371,11 @@ HRESULT Planner::fields(uint64_t body, uint64_t bodyLen) {
   changeNumber(body + 12, r.align, 2, "fmt block size");
   changeNumber(body + 14, r.bits, 2, "fmt bits");
   blockAlign_ = r.align;
-  if (bodyLen >= 18) changeNumber(body + 16, bodyLen >= 40 ? 22 : bodyLen - 18, 2, "fmt extra size");
+  if (bodyLen >= 18)
+    changeNumber(body + 16, bodyLen >= 40 ? 22 : bodyLen - 18, 2, "fmt extra size");
   if (r.tag == WAVE_FORMAT_EXTENSIBLE) {
-    if (bodyLen < 40) return refuse(KAERR_BAD_FORMAT_CHUNK, "the extensible format chunk is cut short");
+    if (bodyLen < 40)
+      return refuse(KAERR_BAD_FORMAT_CHUNK, "the extensible format chunk is cut short");
     // Valid bits cannot be told from the rest (24 in 32 and 32 in 32 look alike).
     const uint16_t valid = le16(b + 18);
     if (valid == 0 || valid > r.bits)
@@ -380,7 +385,7 @@ HRESULT Planner::fields(uint64_t body, uint64_t bodyLen) {
     std::memcpy(&sub, b + 24, 16);
     if (sub.Data1 != WAVE_FORMAT_PCM && sub.Data1 != WAVE_FORMAT_IEEE_FLOAT) {
       const uint32_t validNow = le16(b + 18);
-      sub.Data1 = r.bits == 64                     ? WAVE_FORMAT_IEEE_FLOAT
+      sub.Data1 = r.bits == 64                   ? WAVE_FORMAT_IEEE_FLOAT
                   : r.bits < 32 || validNow < 32 ? WAVE_FORMAT_PCM
                                                  : 0;
       if (!sub.Data1)

@@ -44,13 +44,13 @@ struct IKaReadAudioStream : IKaReadStream {
 
 struct IKaReadVideoStream : IKaReadStream {
   // The frame size and layout, and the frame rate as a fraction.
-  STDMETHOD(GetFrameFormat)(BITMAPINFOHEADER* header, DWORD* rateNumerator,
-                            DWORD* rateDenominator) = 0;
+  STDMETHOD(GetFrameFormat)
+  (BITMAPINFOHEADER* header, DWORD* rateNumerator, DWORD* rateDenominator) = 0;
   STDMETHOD(GetFrameCount)(UINT64* frames) = 0;
   // The frame at index `frame` in the layout of `header` (bytes as KaYUVImageBytesAndOffsets
   // or the bitmap's size give them) and its time stamp in ticks.
-  STDMETHOD(ReadFrame)(UINT64 frame, const BITMAPINFOHEADER* header, void* buffer, size_t bytes,
-                       INT64* time) = 0;
+  STDMETHOD(ReadFrame)
+  (UINT64 frame, const BITMAPINFOHEADER* header, void* buffer, size_t bytes, INT64* time) = 0;
 };
 
 struct IKaReadTextStream : IKaReadStream {

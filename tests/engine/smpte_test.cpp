@@ -96,7 +96,8 @@ TEST(Smpte, LabelsAgreeWithLibavutil) {
     for (DWORD count = 0; count < KASMPTE_FramesPerDay(f.type) && failures < 5; ++count) {
       _smpteval l{f.type, 0, 0, 0, 0};
       KASMPTE_FrameCountToSMPTE(&l, count);
-      const DWORD n = f.flags ? DWORD(av_timecode_adjust_ntsc_framenum2(int(count), int(fps))) : count;
+      const DWORD n =
+          f.flags ? DWORD(av_timecode_adjust_ntsc_framenum2(int(count), int(fps))) : count;
       const _smpteval t{f.type, n / (fps * 3600) % 24, n / (fps * 60) % 60, n / fps % 60, n % fps};
       if (!same(l, t) || (count % 997 == 0 &&
                           narrow(text(l)) != av_timecode_make_string(&tc, theirs, int(count)))) {
@@ -112,10 +113,11 @@ TEST(Smpte, TheDocumentedCases) {
   const struct {
     _smpteval l;
     DWORD count;
-  } counts[] = {{label(2, 0, 1, 0, 0), 1800},   {label(2, 0, 10, 0, 0), 17982},
-                {label(0, 1, 2, 3, 4), 0},      {label(7, 1, 2, 3, 4), 0},
+  } counts[] = {{label(2, 0, 1, 0, 0), 1800},        {label(2, 0, 10, 0, 0), 17982},
+                {label(0, 1, 2, 3, 4), 0},           {label(7, 1, 2, 3, 4), 0},
                 {label(3, 23, 59, 59, 24), 2159999}, {label(2, 23, 59, 59, 29), 2589407}};
-  for (const auto& c : counts) EXPECT_EQ(KASMPTE_SMPTEToFrameCount(&c.l), c.count) << narrow(text(c.l));
+  for (const auto& c : counts)
+    EXPECT_EQ(KASMPTE_SMPTEToFrameCount(&c.l), c.count) << narrow(text(c.l));
   _smpteval l{2, 0, 0, 0, 0};
   KASMPTE_FrameCountToSMPTE(&l, 1800);
   EXPECT_EQ(text(l), u"00:01:00;02");

@@ -47,14 +47,21 @@ std::vector<Field> headerFields(const Bytes& b, bool w64, uint64_t* dataStart) {
   uint64_t pos = w64 ? 40 : 12;
   bool first = true;
   while (pos + hdr <= b.size()) {
-    const std::string id = w64 ? std::string() : std::string(b.begin() + long(pos), b.begin() + long(pos) + 4);
+    const std::string id =
+        w64 ? std::string() : std::string(b.begin() + long(pos), b.begin() + long(pos) + 4);
     const bool isFmt = w64 ? std::memcmp(&b[pos], &RIFF64_GUID_FMT, 16) == 0 : id == "fmt ";
     const bool isData = w64 ? std::memcmp(&b[pos], &RIFF64_GUID_DATA, 16) == 0 : id == "data";
     uint64_t body = le(b, pos + idLen, sizeLen) - (w64 ? 24 : 0);
     // The first chunk's id can be restored only when it is the format chunk.
-    f.push_back({pos, idLen, isFmt ? "fmt id" : isData ? "data id" : "chunk id",
+    f.push_back({pos, idLen,
+                 isFmt    ? "fmt id"
+                 : isData ? "data id"
+                          : "chunk id",
                  isFmt ? first : isData});
-    f.push_back({pos + idLen, sizeLen, isFmt ? "fmt size" : isData ? "data size" : "chunk size",
+    f.push_back({pos + idLen, sizeLen,
+                 isFmt    ? "fmt size"
+                 : isData ? "data size"
+                          : "chunk size",
                  isFmt || isData});
     first = false;
     if (isData) {
@@ -64,8 +71,9 @@ std::vector<Field> headerFields(const Bytes& b, bool w64, uint64_t* dataStart) {
     if (isFmt) {
       const uint64_t p = pos + hdr;
       const std::pair<unsigned, const char*> fmt[] = {
-          {2, "tag"}, {2, "channels"}, {4, "rate"}, {4, "bytes per second"}, {2, "block size"},
-          {2, "bits"}, {2, "extra size"}, {2, "valid bits"}, {4, "mask"}, {16, "sub-format"}};
+          {2, "tag"},        {2, "channels"},   {4, "rate"},       {4, "bytes per second"},
+          {2, "block size"}, {2, "bits"},       {2, "extra size"}, {2, "valid bits"},
+          {4, "mask"},       {16, "sub-format"}};
       uint64_t at = p;
       for (const auto& [n, name] : fmt) {
         if (at + n > p + body) break;
@@ -126,7 +134,8 @@ Outcome repair(const std::string& path) {
 
 // Checks one damaged file; returns true when it was repaired.
 bool check(const std::string& path, const Bytes& damaged, const Reading& original,
-           uint64_t headerEnd, uint64_t blockAlign, uint64_t expectFrames, const std::string& what) {
+           uint64_t headerEnd, uint64_t blockAlign, uint64_t expectFrames,
+           const std::string& what) {
   SCOPED_TRACE(what);
   writeFile(path, damaged);
   const Outcome o = repair(path);
@@ -165,9 +174,9 @@ class Damage : public ::testing::Test {
 TEST_F(Damage, EveryHeaderFieldOfFilesFromEveryWriter) {
   TempDir dir;
   const std::string src = dir.file("src.wav");
-  ASSERT_EQ(run("sox -R -n -r 48000 -c 2 -b 16 " + quote(src) + " synth 0.05 sine 300 sine 500")
-                .status,
-            0);
+  ASSERT_EQ(
+      run("sox -R -n -r 48000 -c 2 -b 16 " + quote(src) + " synth 0.05 sine 300 sine 500").status,
+      0);
   const struct {
     const char* name;
     std::string command;
@@ -194,7 +203,8 @@ TEST_F(Damage, EveryHeaderFieldOfFilesFromEveryWriter) {
     for (auto [key, value] : {std::pair<std::string, std::string>{"{src}", quote(src)},
                               {"{out}", quote(made)},
                               {"OSTRA", quote(OSTRA_TOOL_PATH)}})
-      for (size_t at; (at = cmd.find(key)) != std::string::npos;) cmd.replace(at, key.size(), value);
+      for (size_t at; (at = cmd.find(key)) != std::string::npos;)
+        cmd.replace(at, key.size(), value);
     ASSERT_EQ(run(cmd).status, 0) << cmd;
     const Bytes original = readFile(made);
     const bool w64 = std::string(m.name).ends_with(".w64");
@@ -203,7 +213,8 @@ TEST_F(Damage, EveryHeaderFieldOfFilesFromEveryWriter) {
     ASSERT_NE(dataStart, 0u);
     const Reading ref = readBack(made);
     ASSERT_TRUE(ref.ok);
-    const uint64_t align = uint64_t(ref.channels) * uint64_t(KaAudio_BytesFromSampleType(KASAMPLETYPE(ref.type)));
+    const uint64_t align =
+        uint64_t(ref.channels) * uint64_t(KaAudio_BytesFromSampleType(KASAMPLETYPE(ref.type)));
     const uint64_t frames = ref.samples.size() / align;
 
     // An undamaged file needs nothing.
@@ -216,7 +227,8 @@ TEST_F(Damage, EveryHeaderFieldOfFilesFromEveryWriter) {
     for (const Field& f : fields) {
       for (const bool invert : {false, true}) {
         Bytes d = original;
-        for (unsigned i = 0; i < f.length; ++i) d[f.offset + i] = invert ? uint8_t(~d[f.offset + i]) : 0;
+        for (unsigned i = 0; i < f.length; ++i)
+          d[f.offset + i] = invert ? uint8_t(~d[f.offset + i]) : 0;
         if (d == original) continue;
         const bool ok = check(path, d, ref, dataStart, align, frames,
                               f.name + (invert ? " inverted" : " zeroed"));
@@ -256,7 +268,8 @@ TEST_F(Damage, FilesThatAreNotWaveFilesAreRefusedUntouched) {
     files.push_back(out);
   }
   // A FLAC file under a wave name, empty and short files, and noise of several lengths.
-  ASSERT_EQ(run("cp " + quote(dir.file("x.flac")) + " " + quote(dir.file("flac-named.wav"))).status, 0);
+  ASSERT_EQ(run("cp " + quote(dir.file("x.flac")) + " " + quote(dir.file("flac-named.wav"))).status,
+            0);
   files.push_back(dir.file("flac-named.wav"));
   std::mt19937 rng(5);
   for (size_t n : {0, 3, 11, 44, 4096, 70000}) {
@@ -283,8 +296,8 @@ TEST_F(Damage, TheToolsDryRunListsWhatARealRunChanges) {
   const std::string path = dir.file("take.wav");
   ASSERT_EQ(run("sox -R -n -r 44100 -c 2 -b 24 " + quote(path) + " synth 0.02 sine 300").status, 0);
   Bytes b = readFile(path);
-  std::fill_n(b.begin(), 8, 0);                 // RIFF id and size
-  b.resize(b.size() - 5);                       // a partial last frame
+  std::fill_n(b.begin(), 8, 0);  // RIFF id and size
+  b.resize(b.size() - 5);        // a partial last frame
   writeFile(path, b);
   auto dry = ostraJson("repair --dry-run --json " + quote(path));
   ASSERT_FALSE(dry.is_null());

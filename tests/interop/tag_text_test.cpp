@@ -60,11 +60,15 @@ TEST_F(TagText, ItemsKeepTheirBytesAndNewTextReadsBackEverywhere) {
     std::map<std::string, std::string> expectRaw;  // items that must hold these bytes
   };
   const Step steps[] = {
-      {"a UTF-8 item added", "--set " + quote("ICMT=Überspielt 録音"),
+      {"a UTF-8 item added",
+       "--set " + quote("ICMT=Überspielt 録音"),
        {{"ICMT", "Überspielt 録音" + std::string(1, '\0')}}},
-      {"a Latin-1 item added", "--codepage iso-8859-1 --set " + quote("IENG=Zoë"),
+      {"a Latin-1 item added",
+       "--codepage iso-8859-1 --set " + quote("IENG=Zoë"),
        {{"IENG", std::string("Zo\xEB", 3) + '\0'}}},
-      {"an item replaced", "--set " + quote("IART=Ærø Trio"), {{"IART", "Ærø Trio" + std::string(1, '\0')}}},
+      {"an item replaced",
+       "--set " + quote("IART=Ærø Trio"),
+       {{"IART", "Ærø Trio" + std::string(1, '\0')}}},
       {"an item deleted", "--delete ICMT", {}},
   };
   for (const Step& s : steps) {
@@ -75,7 +79,8 @@ TEST_F(TagText, ItemsKeepTheirBytesAndNewTextReadsBackEverywhere) {
     for (const auto& [id, bytes] : before)
       if (!s.expectRaw.count(id) && s.args.find(id) == std::string::npos)
         EXPECT_EQ(after.count(id) ? after.at(id) : "", bytes) << id << " changed";
-    for (const auto& [id, bytes] : s.expectRaw) EXPECT_EQ(after.count(id) ? after.at(id) : "", bytes) << id;
+    for (const auto& [id, bytes] : s.expectRaw)
+      EXPECT_EQ(after.count(id) ? after.at(id) : "", bytes) << id;
   }
   EXPECT_EQ(rawItems(path).count("ICMT"), 0u);
 
@@ -94,13 +99,14 @@ TEST_F(TagText, ItemsKeepTheirBytesAndNewTextReadsBackEverywhere) {
 
   // Text the code page cannot hold is refused, and nothing changes.
   const auto before = readFile(path);
-  const RunResult refused = ostra("tag " + quote(path) + " --codepage windows-1252 --set " +
-                                  quote("ICMT=日本"));
+  const RunResult refused =
+      ostra("tag " + quote(path) + " --codepage windows-1252 --set " + quote("ICMT=日本"));
   EXPECT_EQ(refused.status, 1);
   EXPECT_NE(refused.err.find("ICMT"), std::string::npos) << refused.err;
   EXPECT_NE(refused.err.find("日"), std::string::npos) << refused.err;
   EXPECT_EQ(readFile(path), before);
-  for (const char* bad : {"--set INA=x", "--set \"IN\tM=x\"", "--delete ABCDE", "--codepage nowhere --set INAM=x"}) {
+  for (const char* bad :
+       {"--set INA=x", "--set \"IN\tM=x\"", "--delete ABCDE", "--codepage nowhere --set INAM=x"}) {
     SCOPED_TRACE(bad);
     EXPECT_EQ(ostra("tag " + quote(path) + " " + bad).status, 2);
     EXPECT_EQ(readFile(path), before);

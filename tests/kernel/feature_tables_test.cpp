@@ -17,9 +17,8 @@
 
 namespace {
 
-constexpr DWORD kVectorBits =
-    KACPU_SSE2 | KACPU_AVX | KACPU_AVX2 | KACPU_AVX512F | KACPU_AVX512BW | KACPU_AVX512VL |
-    KACPU_AVX512VBMI;
+constexpr DWORD kVectorBits = KACPU_SSE2 | KACPU_AVX | KACPU_AVX2 | KACPU_AVX512F | KACPU_AVX512BW |
+                              KACPU_AVX512VL | KACPU_AVX512VBMI;
 
 struct Job {
   const char* name;
@@ -107,7 +106,8 @@ TEST(FeatureTables, ChangingFeaturesWhileOtherThreadsWorkNeverChangesAResult) {
   for (auto& t : workers) t.join();
   KaAllowCPUSupport(kVectorBits);
   EXPECT_EQ(mismatches.load(), 0);
-  for (size_t i = 0; i < std::size(jobs); ++i) EXPECT_EQ(jobs[i].run(), expected[i]) << jobs[i].name;
+  for (size_t i = 0; i < std::size(jobs); ++i)
+    EXPECT_EQ(jobs[i].run(), expected[i]) << jobs[i].name;
 }
 
 }  // namespace

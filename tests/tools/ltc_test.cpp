@@ -40,7 +40,8 @@ std::vector<std::pair<std::string, bool>> libltcLabels(const std::string& path, 
   LTCDecoder* dec = ltc_decoder_create(1920, 32);
   std::vector<std::pair<std::string, bool>> out;
   for (size_t at = 0; at < s.size(); at += 512) {
-    ltc_decoder_write_float(dec, s.data() + at, std::min<size_t>(512, s.size() - at), ltc_off_t(at));
+    ltc_decoder_write_float(dec, s.data() + at, std::min<size_t>(512, s.size() - at),
+                            ltc_off_t(at));
     LTCFrameExt fr;
     while (ltc_decoder_read(dec, &fr)) {
       SMPTETimecode t{};
@@ -120,7 +121,8 @@ TEST(OstraLtc, JoinsGapsAndReversedSignal) {
   EXPECT_EQ(j["first"]["label"], "10:00:00:24");
 
   EXPECT_EQ(ostra("ltc decode --channel 2 " + q(a)).status, 1);
-  writeFile(dir.file("quiet.wav"), wave({chunk("fmt ", fmt16(1, 1, 48000, 16)), chunk("data", Bytes(9600, 0))}));
+  writeFile(dir.file("quiet.wav"),
+            wave({chunk("fmt ", fmt16(1, 1, 48000, 16)), chunk("data", Bytes(9600, 0))}));
   const RunResult none = ostra("ltc decode " + q(dir.file("quiet.wav")));
   EXPECT_EQ(none.status, 1);
   EXPECT_NE(none.err.find("no time code"), std::string::npos) << none.err;

@@ -97,7 +97,8 @@ const Command kCommands[] = {
 TEST(OutputSafety, EveryWritingCommandAgainstEveryKindOfOutput) {
   TempDir dir;
   const auto v = ramp16(64);
-  writeFile(dir.file("in.wav"), wave({chunk("fmt ", fmt16(1, 2, 8000, 16)), chunk("data", le16(v))}));
+  writeFile(dir.file("in.wav"),
+            wave({chunk("fmt ", fmt16(1, 2, 8000, 16)), chunk("data", le16(v))}));
   writeFile(dir.file("in.yuv"), Bytes(16, 0x80));
   writeFile(dir.file("in.bmp"), bmp24(4, 2));
   writeFile(dir.file("other.dat"), Bytes(10, 7));
@@ -105,9 +106,9 @@ TEST(OutputSafety, EveryWritingCommandAgainstEveryKindOfOutput) {
   fs::permissions(dir.file("readonly.dat"), fs::perms::owner_read | fs::perms::group_read);
   fs::create_symlink("other.dat", dir.file("link-to-other"));
   ASSERT_EQ(mkfifo(dir.file("fifo").c_str(), 0600), 0);
-  const std::vector<std::string> made = {"in.wav",        "in.yuv", "in.bmp", "other.dat",
-                                         "readonly.dat",  "link-to-other", "fifo",
-                                         "same-link",     "same-hard"};
+  const std::vector<std::string> made = {"in.wav",    "in.yuv",       "in.bmp",
+                                         "other.dat", "readonly.dat", "link-to-other",
+                                         "fifo",      "same-link",    "same-hard"};
 
   struct Target {
     const char* what;
@@ -138,8 +139,8 @@ TEST(OutputSafety, EveryWritingCommandAgainstEveryKindOfOutput) {
       for (const std::string& name : made) before.push_back(snap(dir.file(name)));
       const Snapshot devBefore = snap("/dev/null");
       // A FIFO that were opened would block; the time limit turns that into a failure.
-      const RunResult r = ostra::test::runCommand("timeout 20 " + q(OSTRA_TOOL_PATH) + " " +
-                                                  c.line(in, t.path));
+      const RunResult r =
+          ostra::test::runCommand("timeout 20 " + q(OSTRA_TOOL_PATH) + " " + c.line(in, t.path));
       EXPECT_EQ(r.status, t.succeeds ? 0 : 1) << r.err;
       if (!t.succeeds) EXPECT_NE(r.err.find(t.says), std::string::npos) << r.err;
       for (size_t i = 0; i < made.size(); ++i) {
@@ -164,13 +165,13 @@ TEST(OutputSafety, EveryWritingCommandAgainstEveryKindOfOutput) {
 TEST(OutputSafety, AFailedWriteLeavesTheOldOutput) {
   TempDir dir;
   const auto v = ramp16(30000);
-  writeFile(dir.file("in.wav"), wave({chunk("fmt ", fmt16(1, 2, 8000, 16)), chunk("data", le16(v))}));
+  writeFile(dir.file("in.wav"),
+            wave({chunk("fmt ", fmt16(1, 2, 8000, 16)), chunk("data", le16(v))}));
   writeFile(dir.file("out.wav"), Bytes(100, 1));
   // 64 blocks of 512 bytes: the float output (about 240 KB) cannot be written whole.
-  const RunResult r = ostra::test::runCommand("trap '' XFSZ; ulimit -f 64; " +
-                                              q(OSTRA_TOOL_PATH) + " convert " +
-                                              q(dir.file("in.wav")) + " " + q(dir.file("out.wav")) +
-                                              " --type float32");
+  const RunResult r = ostra::test::runCommand("trap '' XFSZ; ulimit -f 64; " + q(OSTRA_TOOL_PATH) +
+                                              " convert " + q(dir.file("in.wav")) + " " +
+                                              q(dir.file("out.wav")) + " --type float32");
   EXPECT_EQ(r.status, 1) << r.err;
   EXPECT_EQ(readFile(dir.file("out.wav")), Bytes(100, 1));
   EXPECT_EQ(strays(dir, {"in.wav", "out.wav"}), std::vector<std::string>{});
@@ -190,8 +191,8 @@ TEST(OutputSafety, TagReplacesTheFileOnlyWhenTheEditIsComplete) {
   EXPECT_EQ(readFile(dir.file("ro.wav")), original);
 
   writeFile(dir.file("take.wav"), original);
-  fs::permissions(dir.file("take.wav"), fs::perms::owner_read | fs::perms::owner_write |
-                                            fs::perms::others_read);
+  fs::permissions(dir.file("take.wav"),
+                  fs::perms::owner_read | fs::perms::owner_write | fs::perms::others_read);
   fs::create_symlink("take.wav", dir.file("link.wav"));
   EXPECT_EQ(ostra("tag " + q(dir.file("link.wav")) + " --set INAM=Take").status, 0);
   EXPECT_TRUE(fs::is_symlink(dir.file("link.wav")));

@@ -38,8 +38,8 @@ TEST(OstraRefusals, UsageErrorsAndImpossibleFormatsWriteNothing) {
       {"good.wav", good},
       {"rate0.wav", wave({chunk("fmt ", fmtRaw(2, 0, 0, 4, 16)), chunk("data", le16(v))})},
       {"chan0.wav", wave({chunk("fmt ", fmtRaw(0, 8000, 0, 0, 16)), chunk("data", le16(v))})},
-      {"chan65535.wav",
-       wave({chunk("fmt ", fmtRaw(65535, 8000, 8000u * 65534, 65534, 16)), chunk("data", le16(v))})},
+      {"chan65535.wav", wave({chunk("fmt ", fmtRaw(65535, 8000, 8000u * 65534, 65534, 16)),
+                              chunk("data", le16(v))})},
       {"nodata.wav", wave({chunk("fmt ", fmt16(1, 2, 8000, 16))})},
   };
   for (const auto& i : inputs) writeFile(dir.file(i.name), i.bytes);
@@ -86,7 +86,8 @@ TEST(OstraRefusals, UsageErrorsAndImpossibleFormatsWriteNothing) {
                                      .u16(24)
                                      .zeros(24)
                                      .add(pixels));
-  const RunResult oddImage = ostra("rgb2yuv --layout UYVY " + q(dir.file("odd.bmp")) + " " + q(out));
+  const RunResult oddImage =
+      ostra("rgb2yuv --layout UYVY " + q(dir.file("odd.bmp")) + " " + q(out));
   EXPECT_EQ(oddImage.status, 1);
   EXPECT_NE(oddImage.err.find("3 pixels wide"), std::string::npos) << oddImage.err;
   EXPECT_FALSE(std::filesystem::exists(out));

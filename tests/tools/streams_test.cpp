@@ -15,10 +15,11 @@ TEST(OstraStreams, PipelinesMatchTheCommandsOnFiles) {
   writeFile(in, wave({chunk("fmt ", fmt16(1, 2, 8000, 16)), chunk("data", le16(ramp16(300))),
                       infoList({{"INAM", "Piped"}})}));
   const std::string tool = q(OSTRA_TOOL_PATH);
-  ASSERT_EQ(ostra("convert " + q(in) + " " + q(dir.file("direct.wav")) + " --type float32").status, 0);
-  const RunResult piped = ostra::test::runCommand(
-      "TMPDIR=" + q(dir.path().string()) + " " + tool + " convert - - --type float32 < " + q(in) +
-      " > " + q(dir.file("piped.wav")));
+  ASSERT_EQ(ostra("convert " + q(in) + " " + q(dir.file("direct.wav")) + " --type float32").status,
+            0);
+  const RunResult piped = ostra::test::runCommand("TMPDIR=" + q(dir.path().string()) + " " + tool +
+                                                  " convert - - --type float32 < " + q(in) + " > " +
+                                                  q(dir.file("piped.wav")));
   ASSERT_EQ(piped.status, 0) << piped.err;
   EXPECT_EQ(readFile(dir.file("piped.wav")), readFile(dir.file("direct.wav")));
 
@@ -27,8 +28,7 @@ TEST(OstraStreams, PipelinesMatchTheCommandsOnFiles) {
                                                       q(dir.file("direct.wav")));
   ASSERT_EQ(fromStdin.status, 0) << fromStdin.err;
   EXPECT_EQ(nlohmann::json::parse(fromStdin.out), direct);
-  const RunResult info =
-      ostra::test::runCommand("cat " + q(in) + " | " + tool + " info --json -");
+  const RunResult info = ostra::test::runCommand("cat " + q(in) + " | " + tool + " info --json -");
   ASSERT_EQ(info.status, 0) << info.err;
   EXPECT_EQ(nlohmann::json::parse(info.out)["info"]["INAM"], "Piped");
 

@@ -28,8 +28,7 @@ HRESULT checkReadableAudio(const FileFacts& facts, std::string& reason) {
   }
   if (uint64_t(f.blockAlign) != uint64_t(bytes) * f.channels) {
     reason = "the format's block size of " + std::to_string(f.blockAlign) + " bytes does not fit " +
-             std::to_string(f.channels) + " channels of " + std::to_string(bytes) +
-             "-byte samples";
+             std::to_string(f.channels) + " channels of " + std::to_string(bytes) + "-byte samples";
     return KAERR_BAD_FORMAT_CHUNK;
   }
   if (!facts.hasData) {

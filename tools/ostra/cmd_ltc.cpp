@@ -12,8 +12,8 @@
 
 #include "checks.h"
 #include "command.h"
-#include "label_text.h"
 #include "inspect.h"
+#include "label_text.h"
 #include "ostra/kaaudio.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
@@ -64,10 +64,12 @@ void encode(const EncodeOptions& o) {
   if (!parseLabel(o.start, o.type, start))
     return void(reportRefusal(KAERR_BAD_TIMECODE, "--start " + o.start, "a label is HH:MM:SS:FF"));
   if (!parseLabel(o.duration, o.type, length))
-    return void(reportRefusal(KAERR_BAD_TIMECODE, "--duration " + o.duration, "a label is HH:MM:SS:FF"));
+    return void(
+        reportRefusal(KAERR_BAD_TIMECODE, "--duration " + o.duration, "a label is HH:MM:SS:FF"));
   const DWORD frames = KASMPTE_SMPTEToFrameCount(&length);
   if (frames == 0)
-    return void(reportRefusal(KAERR_BAD_TIMECODE, "--duration " + o.duration, "the duration is empty"));
+    return void(
+        reportRefusal(KAERR_BAD_TIMECODE, "--duration " + o.duration, "the duration is empty"));
   if (o.rate < 8000 || o.rate > 384000)
     return void(reportRefusal(KAERR_SAMPLE_RATE, "--rate " + std::to_string(o.rate),
                               "the sample rate must be 8000 to 384000 Hz"));
@@ -159,7 +161,8 @@ void decode(const DecodeOptions& o) {
   const KAAUDIO_COPYFUNCTION toFloat = KaAudio_GetCopyFunction2(KASAMPLE_FLOAT32, type);
   if (!toFloat) return void(reportFailure(KAERR_UNSUPPORTED_FORMAT, o.file));
   KAHFILE file = KA_INVALID_HFILE;
-  if (FAILED(hr = KaFile_OpenUtf8(path.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, 0, &file)))
+  if (FAILED(hr = KaFile_OpenUtf8(path.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, 0,
+                                  &file)))
     return void(reportFailure(hr, o.file));
   const unsigned channels = facts.format.channels, align = facts.format.blockAlign;
   const uint64_t blockFrames = std::max<uint64_t>(1, (1u << 20) / align);
@@ -173,8 +176,11 @@ void decode(const DecodeOptions& o) {
     while (ltc_decoder_read(dec, &f)) {
       SMPTETimecode t{};
       ltc_frame_to_time(&t, &f.ltc, 0);
-      frames.push_back({{0, t.hours, t.mins, t.secs, t.frame}, f.off_start, f.off_end,
-                        f.reverse != 0, f.ltc.dfbit != 0});
+      frames.push_back({{0, t.hours, t.mins, t.secs, t.frame},
+                        f.off_start,
+                        f.off_end,
+                        f.reverse != 0,
+                        f.ltc.dfbit != 0});
     }
   };
   hr = KaFile_Seek(file, INT64(facts.dataOffset), FILE_BEGIN, nullptr);
@@ -231,13 +237,17 @@ void decode(const DecodeOptions& o) {
     else if (KASMPTE_SMPTECompare(&b.label, b.reverse ? &previous : &next) != 0)
       kind = "jump";
     if (kind)
-      breaks.push_back({{"kind", kind}, {"sample", b.start}, {"from", labelText(a.label)},
+      breaks.push_back({{"kind", kind},
+                        {"sample", b.start},
+                        {"from", labelText(a.label)},
                         {"to", labelText(b.label)}});
   }
   const Decoded &first = frames.front(), &last = frames.back();
   size_t reversed = 0;
   for (const Decoded& d : frames) reversed += d.reverse;
-  const char* direction = reversed == 0 ? "forward" : reversed == frames.size() ? "reverse" : "mixed";
+  const char* direction = reversed == 0               ? "forward"
+                          : reversed == frames.size() ? "reverse"
+                                                      : "mixed";
   if (o.json) {
     const nlohmann::json j{{"file", o.file},
                            {"type", tcType},
@@ -251,7 +261,8 @@ void decode(const DecodeOptions& o) {
   }
   std::printf("%s: %zu frames of type %u time code in channel %u, running %s\n", o.file.c_str(),
               frames.size(), unsigned(tcType), o.channel, direction);
-  std::printf("  first %s at sample %lld\n", labelText(first.label).c_str(), (long long)first.start);
+  std::printf("  first %s at sample %lld\n", labelText(first.label).c_str(),
+              (long long)first.start);
   std::printf("  last  %s at sample %lld\n", labelText(last.label).c_str(), (long long)last.start);
   for (const auto& b : breaks)
     std::printf("  %s at sample %lld: %s -> %s\n", b["kind"].get<std::string>().c_str(),

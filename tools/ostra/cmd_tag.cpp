@@ -15,11 +15,11 @@
 #include "command.h"
 #include "info_text.h"
 #include "operations.h"
-#include "output_file.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kawave.h"
 #include "ostra/riff.h"
+#include "output_file.h"
 #include "text.h"
 
 namespace ostra::cli {
@@ -100,7 +100,8 @@ HRESULT editList(KAHFILE file, const FileFacts& facts, const TagRequest& r, std:
     why = "a chunk runs past the end of the file; run ostra repair first";
     return KAERR_CORRUPT_FILE;
   }
-  if (chainEnd == facts.fileSize + 1 && FAILED(hr = writeAt(file, facts.fileSize, std::string(1, '\0'))))
+  if (chainEnd == facts.fileSize + 1 &&
+      FAILED(hr = writeAt(file, facts.fileSize, std::string(1, '\0'))))
     return hr;
 
   if (place.found && !place.atEnd) {
@@ -161,9 +162,11 @@ HRESULT tagFile(const TagRequest& r) {
 
 // "utf-8", "windows-1252", "iso-8859-1", "cp437" or a code page number.
 UINT codePageFromName(std::string name) {
-  std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+  std::transform(name.begin(), name.end(), name.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
   auto number = [](const std::string& s) -> UINT {
-    if (s.empty() || s.size() > 6 || s.find_first_not_of("0123456789") != std::string::npos) return 0;
+    if (s.empty() || s.size() > 6 || s.find_first_not_of("0123456789") != std::string::npos)
+      return 0;
     return UINT(std::stoul(s));
   };
   if (name == "utf-8" || name == "utf8") return KA_CP_UTF8;
@@ -202,18 +205,21 @@ void setup(CLI::App& cmd) {
     r.codePage = codePageFromName(o.codePage);
     std::u16string probe = u"a";
     if (!r.codePage || KaText_WideToMultiByte(r.codePage, 0, probe.c_str(), -1, nullptr, 0) <= 0)
-      return void(reportUsage("tag: --codepage " + o.codePage + " is not a code page this system knows"));
+      return void(
+          reportUsage("tag: --codepage " + o.codePage + " is not a code page this system knows"));
     for (const std::string& s : o.set) {
       const auto eq = s.find('=');
       if (eq != 4 || !infoId(s.substr(0, 4)))
-        return void(reportUsage("tag: --set takes ID=TEXT with an ID of four printable characters, "
-                                "not '" + s + "'"));
+        return void(
+            reportUsage("tag: --set takes ID=TEXT with an ID of four printable characters, "
+                        "not '" +
+                        s + "'"));
       r.set.emplace_back(s.substr(0, 4), s.substr(5));
     }
     for (const std::string& s : o.remove) {
       if (!infoId(s))
-        return void(reportUsage("tag: --delete takes an ID of four printable characters, not '" +
-                                s + "'"));
+        return void(
+            reportUsage("tag: --delete takes an ID of four printable characters, not '" + s + "'"));
       r.remove.push_back(s);
     }
     const HRESULT hr = tagFile(r);

@@ -22,7 +22,8 @@ struct Options {
 };
 
 void run(const Options& o) {
-  const char* kTypes = "1 (30), 2 (30 drop-frame), 3 (25), 4 (24), 5 (30 at 29.97), 6 (24 at 23.976)";
+  const char* kTypes =
+      "1 (30), 2 (30 drop-frame), 3 (25), 4 (24), 5 (30 at 29.97), 6 (24 at 23.976)";
   if (o.type < 1 || o.type > 6)
     return void(reportRefusal(KAERR_TIMECODE_FORMAT, "--type " + std::to_string(o.type),
                               std::string("time-code types are ") + kTypes));
@@ -49,7 +50,8 @@ void run(const Options& o) {
   if (!operand.empty()) {
     _smpteval b{};
     if (!parseLabel(operand, o.type, b))
-      return void(reportRefusal(KAERR_BAD_TIMECODE, operand, "a label is up to four numbers, HH:MM:SS:FF"));
+      return void(
+          reportRefusal(KAERR_BAD_TIMECODE, operand, "a label is up to four numbers, HH:MM:SS:FF"));
     if (!o.add.empty())
       KASMPTE_AddSMPTE(&l, &b);
     else
@@ -60,7 +62,8 @@ void run(const Options& o) {
   const DWORD frames = KASMPTE_SMPTEToFrameCount(&l);
   const INT64 ticks = KASMPTE_SMPTEToNanos(&l);
   if (o.json) {
-    const nlohmann::json j{{"type", o.type}, {"label", labelText(l)}, {"frames", frames}, {"ticks", ticks}};
+    const nlohmann::json j{
+        {"type", o.type}, {"label", labelText(l)}, {"frames", frames}, {"ticks", ticks}};
     std::printf("%s\n", j.dump().c_str());
   } else {
     std::printf("%s  frame %u  %lld ticks (%.7f s)\n", labelText(l).c_str(), unsigned(frames),
@@ -70,7 +73,8 @@ void run(const Options& o) {
 
 void setup(CLI::App& cmd) {
   static Options o;
-  cmd.add_option("--type", o.type, "1 = 30, 2 = 30 drop-frame, 3 = 25, 4 = 24, 5 = 30 at 29.97, 6 = 24 at 23.976")
+  cmd.add_option("--type", o.type,
+                 "1 = 30, 2 = 30 drop-frame, 3 = 25, 4 = 24, 5 = 30 at 29.97, 6 = 24 at 23.976")
       ->required();
   auto* from = cmd.add_option_group("start", "The label to start from");
   from->add_option("--frames", o.frames, "A frame count");

@@ -61,7 +61,8 @@ bool encodeItem(const std::string& utf8, bool wide, UINT codePage, std::string& 
     raw.assign(reinterpret_cast<const char*>(w.c_str()), (w.size() + 1) * 2);
     return true;
   }
-  const int n = KaText_WideToMultiByte(codePage, KA_WC_ERR_INVALID_CHARS, w.c_str(), -1, nullptr, 0);
+  const int n =
+      KaText_WideToMultiByte(codePage, KA_WC_ERR_INVALID_CHARS, w.c_str(), -1, nullptr, 0);
   if (n <= 0) {
     // Name the first character that has no form in the code page.
     for (size_t i = 0; i < w.size(); ++i) {

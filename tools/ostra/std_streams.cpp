@@ -62,7 +62,8 @@ HRESULT readablePath(const std::string& name, TempFile& spool, std::string& path
   }
   HRESULT hr = spool.create("");
   KAHFILE out = KA_INVALID_HFILE;
-  if (SUCCEEDED(hr)) hr = KaFile_OpenUtf8(spool.path().c_str(), GENERIC_WRITE, 0, TRUNCATE_EXISTING, 0, &out);
+  if (SUCCEEDED(hr))
+    hr = KaFile_OpenUtf8(spool.path().c_str(), GENERIC_WRITE, 0, TRUNCATE_EXISTING, 0, &out);
   if (FAILED(hr)) return hr;
   hr = copyAll(kStdin, out);
   const HRESULT closed = KaFile_Close(out);
