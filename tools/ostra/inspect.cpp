@@ -136,12 +136,31 @@ void loadDisplay(KAHFILE file, const tKACHUNKINFO& c, bool w64, FileFacts& facts
   displist_Destroy(list);
 }
 
+// FORM AIFC with a floating-point compression type, which the AIFF reader turns down.
+bool isFloatAifc(KAHFILE file, DWORD* formSize) {
+  WAVEFORMATEX wfx;
+  IFFCHUNKHDR form{};
+  DWORD type = 0;
+  if (FAILED(iff_GetAIFCFloatWfx(file, &wfx))) return false;
+  KaFile_Seek(file, 0, FILE_BEGIN, nullptr);
+  if (FAILED(iff_ReadFormType(file, &form, &type))) return false;
+  *formSize = form.ckSize;
+  return true;
+}
+
 void aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFacts& facts) {
   WAVEFORMATEX wfx{};
   INT64 dataOffset = 0;
   DWORD dataSize = 0, frames = 0;
   KaFile_Seek(file, 0, FILE_BEGIN, nullptr);
-  const HRESULT hr = iff_GetAIFFWfx(file, &wfx, &dataOffset, &dataSize, &frames);
+  HRESULT hr = iff_GetAIFFWfx(file, &wfx, &dataOffset, &dataSize, &frames);
+  if (hr == KAERR_CORRUPT_FILE &&
+      SUCCEEDED(iff_GetAIFCFloatWfx(file, &wfx, &dataOffset, &dataSize, &frames))) {
+    // The kernel's file-data lookup leaves these files alone, so the samples' place
+    // comes from here.
+    hr = S_OK;
+    facts.format.bigEndianFloat = true;
+  }
   if (FAILED(hr)) {
     facts.notes.push_back("no readable COMM/SSND (" + hexCode(hr) + ")");
     return;
@@ -170,6 +189,11 @@ void aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFact
       text.resize(readAt(file, c.offset + 8, text.data(), text.size()));
       facts.info.push_back({id, std::string(text.c_str(), strnlen(text.c_str(), text.size())), 0});
     }
+  }
+  if (facts.format.bigEndianFloat) {
+    facts.hasData = true;
+    facts.dataOffset = uint64_t(dataOffset);
+    facts.dataSize = dataSize;
   }
 }
 
@@ -206,7 +230,9 @@ HRESULT headerFacts(KAHFILE file, DWORD container, FileFacts& facts) {
     case KACONTAINER_AIFF:
     case KACONTAINER_AIFC: {
       DWORD formSize = 0, formType = 0, compression = 0;
-      if (!iff_IsAIFFFileEx(file, &formSize, &formType, &compression)) return KAERR_CORRUPT_FILE;
+      if (!iff_IsAIFFFileEx(file, &formSize, &formType, &compression) &&
+          !(container == KACONTAINER_AIFC && isFloatAifc(file, &formSize)))
+        return KAERR_CORRUPT_FILE;
       facts.kind = Container::Aiff;
       facts.container = container == KACONTAINER_AIFC ? "AIFC" : "AIFF";
       facts.form = facts.container;
@@ -318,6 +344,9 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
   DWORD count = 0, container = KACONTAINER_UNKNOWN;
   hr = KaGetFileChunks(file, chunks.data(), kMaxChunks, &count, &container);
   if (FAILED(hr)) return hr;
+  DWORD floatFormSize = 0;
+  if (container == KACONTAINER_UNKNOWN && isFloatAifc(file, &floatFormSize))
+    container = KACONTAINER_AIFC;
   if (hr == S_FALSE)
     facts.notes.push_back("chunk list cut at " + std::to_string(kMaxChunks) + " entries");
   chunks.resize(std::min(count, kMaxChunks));
@@ -368,11 +397,17 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
     if (data.statedSize != data.size)
       facts.notes.push_back("data stated as " + std::to_string(data.statedSize) +
                             " bytes, the file holds " + std::to_string(data.size));
-  } else {
+  } else if (!facts.format.bigEndianFloat) {
     facts.notes.push_back("no audio data found (" + hexCode(hr) + ")");
   }
   finishFrames(facts);
   return S_OK;
+}
+
+void swapStoredFloats(const FormatFacts& format, uint8_t* bytes, size_t count) {
+  if (!format.bigEndianFloat) return;
+  const size_t width = format.bits == 64 ? 8 : 4;
+  for (size_t i = 0; i + width <= count; i += width) std::reverse(bytes + i, bytes + i + width);
 }
 
 HRESULT inspectPath(const std::string& path, FileFacts& facts) {

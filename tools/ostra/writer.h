@@ -18,7 +18,8 @@
 namespace ostra::cli {
 
 // The sample type a container stores for a requested type (AIFF keeps big-endian and
-// signed 8-bit samples), or KASAMPLE_NONE when the container cannot hold it.
+// signed 8-bit samples, and floats in an AIFC 'fl32' / 'fl64' file), or KASAMPLE_NONE
+// when the container cannot hold it.
 KASAMPLETYPE storedType(Container container, KASAMPLETYPE requested);
 
 class AudioWriter {
@@ -36,6 +37,8 @@ class AudioWriter {
   // Closes and deletes an unfinished file.
   void abandon();
   uint64_t bytesWritten() const { return written_; }
+  // True for AIFC floats: write() takes them big-endian, as they are stored.
+  bool floatsBigEndian() const { return aifcFloat_; }
 
  private:
   HRESULT rewriteExtensible();
@@ -44,6 +47,7 @@ class AudioWriter {
   Container container_ = Container::Riff;
   alignas(8) unsigned char format_[KAWAVEFORMAT_BUFFER_SIZE] = {};
   bool extensible_ = false;
+  bool aifcFloat_ = false;
   uint64_t headerLength_ = 0;
   uint64_t written_ = 0;
   KAHFILE file_ = KA_INVALID_HFILE;
