@@ -111,7 +111,7 @@ HRESULT convertFile(const ConvertRequest& r) {
   if (FAILED(hr = out.create(r.output, container, *dstFormat))) return hr;
   FormatFacts dstStored;
   dstStored.bigEndianFloat = out.floatsBigEndian();
-  dstStored.bits = WORD(dstFormat->wBitsPerSample);
+  dstStored.bits = WORD(8 * KaAudio_BytesFromSampleType(dstType));
   if (FAILED(hr = KaFile_Seek(in, INT64(src.dataOffset), FILE_BEGIN, nullptr))) return hr;
   Progress progress("converting", src.frames);
   for (uint64_t done = 0; done < src.frames;) {
