@@ -179,7 +179,7 @@ HRESULT readBody(ByteSource& file, DWORD formSize, DWORD formType, DWORD compres
 
   WAVEFORMATEX w{};
   w.wFormatTag = floating                                                ? WAVE_FORMAT_IEEE_FLOAT
-                 : bits == 8                                               ? WAVE_FORMAT_KA_PCM8SIGNED
+                 : bits == 8                                             ? WAVE_FORMAT_KA_PCM8SIGNED
                  : (formType == IFFID_AIFC && compression == IFFID_sowt) ? WAVE_FORMAT_PCM
                                                                          : WAVE_FORMAT_KA_BIGENDIAN;
   w.nChannels = channels;
@@ -262,7 +262,7 @@ HRESULT rewriteHeader(ByteSource& file, DWORD headerLength, DWORD dataLength, Bu
   if (headerLength - 8 + UINT64(dataLength) + pad > 0xFFFFFFFFull) return KAERR_RIFF_TOO_LARGE;
   const INT64 saved = tell(file);
   BYTE header[kFloatHeaderLength > KA_AIFF_HEADER_LENGTH ? kFloatHeaderLength
-                                                          : KA_AIFF_HEADER_LENGTH];
+                                                         : KA_AIFF_HEADER_LENGTH];
   build(header);
   HRESULT hr = seekTo(file, 0);
   if (SUCCEEDED(hr)) hr = writeExact(file, header, headerLength);

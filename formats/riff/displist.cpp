@@ -154,8 +154,7 @@ HRESULT ostra::riff::displistSave(ByteSource& file, const _displisttag* list, DW
     if (item.size > RIFF_MAX_SIZE - 5) return E_INVALIDARG;
     BYTE format[4];
     putLe32(format, DWORD(item.format));
-    if (HRESULT hr = walk::writeHeader(file, RIFF_ID_DISP, item.size + 4); FAILED(hr))
-      return hr;
+    if (HRESULT hr = walk::writeHeader(file, RIFF_ID_DISP, item.size + 4); FAILED(hr)) return hr;
     if (HRESULT hr = writeExact(file, format, 4); FAILED(hr)) return hr;
     if (HRESULT hr = writeExact(file, item.data, item.size); FAILED(hr)) return hr;
     if ((item.size & 1) && FAILED(writeExact(file, &kZero, 1))) return KAERR_WRITE_FAILED;
@@ -165,8 +164,7 @@ HRESULT ostra::riff::displistSave(ByteSource& file, const _displisttag* list, DW
   return S_OK;
 }
 
-HRESULT ostra::riff::displist64Save(ByteSource& file, const _displisttag* list,
-                                   UINT64* written) {
+HRESULT ostra::riff::displist64Save(ByteSource& file, const _displisttag* list, UINT64* written) {
   if (written) *written = 0;
   if (!list || (list->count && !list->items)) return E_INVALIDARG;
   UINT64 total = 0;

@@ -116,8 +116,7 @@ HRESULT audioData(ByteSource& f, tKAAUDIODATA* out) {
     case KACONTAINER_WAVE64: {
       INT64 budget = INT64(length - 40);
       if (HRESULT hr = seekTo(f, 40); FAILED(hr)) return hr;
-      if (HRESULT hr = riff64::findChunk(f, RIFF64_GUID_DATA, &r.statedSize, &budget);
-          FAILED(hr))
+      if (HRESULT hr = riff64::findChunk(f, RIFF64_GUID_DATA, &r.statedSize, &budget); FAILED(hr))
         return hr;
       break;
     }

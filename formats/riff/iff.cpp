@@ -174,7 +174,7 @@ HRESULT deleteChunk(ByteSource& file, DWORD id, DWORD* removedOut) {
 }
 
 HRESULT findMarker(ByteSource& file, WORD markerId, DWORD* position, char* name,
-                       DWORD nameCapacity) {
+                   DWORD nameCapacity) {
   DWORD size = 0;
   if (HRESULT hr = findChunkFromStart(file, IFFID_MARK, &size); FAILED(hr)) return hr;
   if (size < 2) return KAERR_CORRUPT_FILE;

@@ -29,11 +29,12 @@ struct FmtBytes {
 };
 
 // RIFF, WAVE, fmt, optional JUNK holding junkBytes zeros, data header.
-HRESULT writeWavHeader(ByteSource& f, const WAVEFORMATEX& w, DWORD riffSize, bool junk, DWORD junkBytes,
-                       DWORD dataSize) {
+HRESULT writeWavHeader(ByteSource& f, const WAVEFORMATEX& w, DWORD riffSize, bool junk,
+                       DWORD junkBytes, DWORD dataSize) {
   const FmtBytes fmt(w);
   if (HRESULT hr = walk::writeFileId(f, RIFF_ID_WAVE, riffSize); FAILED(hr)) return hr;
-  if (HRESULT hr = walk::writeChunk(f, RIFF_ID_FMT, fmt.b, sizeof fmt.b, nullptr); FAILED(hr)) return hr;
+  if (HRESULT hr = walk::writeChunk(f, RIFF_ID_FMT, fmt.b, sizeof fmt.b, nullptr); FAILED(hr))
+    return hr;
   if (junk) {
     if (HRESULT hr = walk::writeHeader(f, RIFF_ID_JUNK, junkBytes); FAILED(hr)) return hr;
     if (HRESULT hr = writeZeros(f, junkBytes); FAILED(hr)) return hr;

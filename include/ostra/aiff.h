@@ -101,9 +101,8 @@ OSTRA_API HRESULT iff_GetAIFFWfx(KAHFILE file, WAVEFORMATEX* wfx, INT64* dataOff
 // says); the samples themselves are big-endian, so a reader swaps each one. Offsets,
 // sizes and the position afterwards as iff_GetAIFFWfx; *compression gets the type. Not
 // an AIFC file: KAERR_CORRUPT_FILE; any other compression: KAERR_UNSUPPORTED_FORMAT.
-OSTRA_API HRESULT iff_GetAIFCFloatWfx(KAHFILE file, WAVEFORMATEX* wfx,
-                                      INT64* dataOffset = nullptr, DWORD* dataSize = nullptr,
-                                      DWORD* frames = nullptr,
+OSTRA_API HRESULT iff_GetAIFCFloatWfx(KAHFILE file, WAVEFORMATEX* wfx, INT64* dataOffset = nullptr,
+                                      DWORD* dataSize = nullptr, DWORD* frames = nullptr,
                                       DWORD* compression = nullptr) noexcept;
 
 // ---------------------------------------------------------------- 80-bit sample rates

@@ -78,7 +78,9 @@ Bytes makeAiff(std::mt19937& rng, const char* compression) {
   Bytes body;
   body.id(compression ? "AIFC" : "AIFF");
   if (compression) body.add(beChunk("FVER", Bytes{}.be32(0xA2805140)));
-  body.add(beChunk("COMM", comm)).add(beChunk("MARK", mark)).add(beChunk("NAME", Bytes{}.text("n")));
+  body.add(beChunk("COMM", comm))
+      .add(beChunk("MARK", mark))
+      .add(beChunk("NAME", Bytes{}.text("n")));
   body.add(beChunk("SSND", ssnd));
   return Bytes{}.id("FORM").be32(uint32_t(body.size())).add(body);
 }
@@ -86,7 +88,12 @@ Bytes makeAiff(std::mt19937& rng, const char* compression) {
 Bytes makeWave(std::mt19937& rng) {
   Bytes fmt;
   const uint16_t channels = uint16_t(1 + rng() % 2), bits = 16;
-  fmt.u16(1).u16(channels).u32(44100).u32(44100u * channels * 2).u16(uint16_t(channels * 2)).u16(bits);
+  fmt.u16(1)
+      .u16(channels)
+      .u32(44100)
+      .u32(44100u * channels * 2)
+      .u16(uint16_t(channels * 2))
+      .u16(bits);
   Bytes disp;
   disp.u32(KA_CF_TEXT).text("shown").push_back(0);
   return riff("WAVE", {chunk("fmt ", fmt),
@@ -119,15 +126,16 @@ Bytes makeW64(std::mt19937& rng) {
 std::vector<Bytes> images() {
   std::mt19937 rng(20261124);
   std::vector<Bytes> good;
-  for (const char* c : {(const char*)nullptr, "NONE", "sowt", "twos", "fl32", "FL32", "fl64",
-                        "FL64", "ima4"})
+  for (const char* c :
+       {(const char*)nullptr, "NONE", "sowt", "twos", "fl32", "FL32", "fl64", "FL64", "ima4"})
     good.push_back(makeAiff(rng, c));
   good.push_back(makeWave(rng));
   good.push_back(makeW64(rng));
   std::vector<Bytes> all;
   for (const Bytes& g : good) {
     all.push_back(g);
-    for (int i = 0; i < 12; ++i) all.push_back(Bytes(g.begin(), g.begin() + long(rng() % g.size())));
+    for (int i = 0; i < 12; ++i)
+      all.push_back(Bytes(g.begin(), g.begin() + long(rng() % g.size())));
     for (int i = 0; i < 24; ++i) {
       Bytes m = g;
       for (int k = 0; k < 3; ++k) m[rng() % std::min<size_t>(m.size(), 160)] = uint8_t(rng());
@@ -227,8 +235,8 @@ std::vector<Named> parsers() {
                }});
   p.push_back({"getFileWfx", [](ByteSource& s, uint64_t) {
                  alignas(8) BYTE buffer[KAWAVEFORMAT_BUFFER_SIZE] = {};
-                 const HRESULT hr = fw::getFileWfx(s, reinterpret_cast<_kawaveformat*>(buffer),
-                                                   sizeof buffer);
+                 const HRESULT hr =
+                     fw::getFileWfx(s, reinterpret_cast<_kawaveformat*>(buffer), sizeof buffer);
                  return std::to_string(hr) + ' ' + hex(buffer, sizeof buffer);
                }});
   p.push_back({"getFileAudioData", [](ByteSource& s, uint64_t) {
@@ -275,7 +283,8 @@ std::vector<Named> parsers() {
                  std::ostringstream o;
                  o << hr << ' ' << budget << " @" << s.tell();
                  for (DWORD i = 0; i < list->count; ++i)
-                   o << ' ' << list->items[i].size << ':' << hex(list->items[i].data, list->items[i].size);
+                   o << ' ' << list->items[i].size << ':'
+                     << hex(list->items[i].data, list->items[i].size);
                  displist_Destroy(list);
                  return o.str();
                }});
@@ -287,7 +296,8 @@ std::vector<Named> parsers() {
                  std::ostringstream o;
                  o << hr << ' ' << budget << " @" << s.tell();
                  for (DWORD i = 0; i < list->count; ++i)
-                   o << ' ' << list->items[i].size << ':' << hex(list->items[i].data, list->items[i].size);
+                   o << ' ' << list->items[i].size << ':'
+                     << hex(list->items[i].data, list->items[i].size);
                  displist_Destroy(list);
                  return o.str();
                }});

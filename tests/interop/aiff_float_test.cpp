@@ -62,8 +62,8 @@ TEST_F(AiffFloat, WhatOtherProgramsWrite) {
     int bits;
     const char* compression;  // as the maker stores it
   };
-  const Case cases[] = {{Peer::Sox, 32, "fl32"},    {Peer::Sox, 64, "fl64"},
-                        {Peer::Ffmpeg, 32, "fl32"}, {Peer::Ffmpeg, 64, "fl64"},
+  const Case cases[] = {{Peer::Sox, 32, "fl32"},     {Peer::Sox, 64, "fl64"},
+                        {Peer::Ffmpeg, 32, "fl32"},  {Peer::Ffmpeg, 64, "fl64"},
                         {Peer::Sndfile, 32, "FL32"}, {Peer::Sndfile, 64, "FL64"}};
   int k = 0;
   for (const Case& c : cases) {
@@ -80,12 +80,12 @@ TEST_F(AiffFloat, WhatOtherProgramsWrite) {
               " -t aifc " + quote(out);
         break;
       case Peer::Ffmpeg:
-        cmd = "ffmpeg -nostdin -v error -i " + quote(src) + " -c:a pcm_f" +
-              std::to_string(c.bits) + "be -f aiff " + quote(out);
+        cmd = "ffmpeg -nostdin -v error -i " + quote(src) + " -c:a pcm_f" + std::to_string(c.bits) +
+              "be -f aiff " + quote(out);
         break;
       case Peer::Sndfile:
-        cmd = "sndfile-convert -float" + std::to_string(c.bits) + " " + quote(src) + " " +
-              quote(out);
+        cmd =
+            "sndfile-convert -float" + std::to_string(c.bits) + " " + quote(src) + " " + quote(out);
         break;
     }
     ASSERT_EQ(run(cmd).status, 0) << cmd;

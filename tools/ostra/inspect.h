@@ -46,8 +46,8 @@ struct FormatFacts {
   std::string subformat;     // extensible descriptions only
   int32_t sampleType = 0;    // KASAMPLETYPE
   std::string sampleTypeText;
-  std::string compression;  // AIFC compression type
-  std::string rate80;       // AIFF: the 10 bytes of the 80-bit rate in hexadecimal
+  std::string compression;      // AIFC compression type
+  std::string rate80;           // AIFF: the 10 bytes of the 80-bit rate in hexadecimal
   bool bigEndianFloat = false;  // AIFC 'fl32' / 'fl64': stored big-endian, read swapped
 };
 

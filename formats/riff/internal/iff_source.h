@@ -22,11 +22,10 @@ DWORD skipChunk(ByteSource& s, DWORD size);
 HRESULT findChunkFromStart(ByteSource& s, DWORD id, DWORD* size, DWORD* remaining = nullptr);
 HRESULT seekChunkHeader(ByteSource& s, DWORD id, DWORD* size, INT64* headerOffset);
 HRESULT deleteChunk(ByteSource& s, DWORD id, DWORD* removed);
-HRESULT findMarker(ByteSource& s, WORD markerId, DWORD* position, char* name,
-                   DWORD nameCapacity);
+HRESULT findMarker(ByteSource& s, WORD markerId, DWORD* position, char* name, DWORD nameCapacity);
 
 BOOL isAiff(ByteSource& s, DWORD* formSize, DWORD* formType = nullptr,
-             DWORD* compression = nullptr);
+            DWORD* compression = nullptr);
 HRESULT getAiffWfx(ByteSource& s, WAVEFORMATEX* wfx, INT64* dataOffset = nullptr,
                    DWORD* dataSize = nullptr, DWORD* frames = nullptr);
 HRESULT getAifcFloatWfx(ByteSource& s, WAVEFORMATEX* wfx, INT64* dataOffset = nullptr,
