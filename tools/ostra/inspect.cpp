@@ -404,10 +404,23 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
   return S_OK;
 }
 
+// Word-wide swaps that the compiler turns into vector shuffles.
+template <typename Word, typename Swap>
+void swapWords(uint8_t* bytes, size_t count, Swap swap) {
+  for (size_t i = 0; i + sizeof(Word) <= count; i += sizeof(Word)) {
+    Word w;
+    std::memcpy(&w, bytes + i, sizeof w);
+    w = swap(w);
+    std::memcpy(bytes + i, &w, sizeof w);
+  }
+}
+
 void swapStoredFloats(const FormatFacts& format, uint8_t* bytes, size_t count) {
   if (!format.bigEndianFloat) return;
-  const size_t width = format.bits == 64 ? 8 : 4;
-  for (size_t i = 0; i + width <= count; i += width) std::reverse(bytes + i, bytes + i + width);
+  if (format.bits == 64)
+    swapWords<uint64_t>(bytes, count, [](uint64_t w) { return __builtin_bswap64(w); });
+  else
+    swapWords<uint32_t>(bytes, count, [](uint32_t w) { return __builtin_bswap32(w); });
 }
 
 HRESULT inspectPath(const std::string& path, FileFacts& facts) {
