@@ -177,131 +177,117 @@ uint64_t largestOffset(KAHFILE file) {
   return lo;
 }
 
-using Parser = std::function<std::string(ByteSource&, uint64_t size)>;
+// Every output of a call and the position after it, as one comparable line.
+template <typename... T>
+std::string say(ByteSource& s, const T&... v) {
+  std::ostringstream o;
+  ((o << v << ' '), ...);
+  o << '@' << s.tell();
+  return o.str();
+}
+
+std::string listText(const _displisttag* list) {
+  std::string t;
+  for (DWORD i = 0; i < list->count; ++i)
+    t += std::to_string(list->items[i].size) + ':' + hex(list->items[i].data, list->items[i].size);
+  return t;
+}
 
 struct Named {
   const char* name;
-  Parser run;
+  std::function<std::string(ByteSource&, uint64_t size)> run;
 };
 
 std::vector<Named> parsers() {
   namespace iff = ostra::riff::iff;
   namespace fw = ostra::riff::filewfx;
-  std::vector<Named> p;
-  p.push_back({"isAiff", [](ByteSource& s, uint64_t) {
-                 DWORD size = 0, type = 0, comp = 0;
-                 const BOOL ok = iff::isAiff(s, &size, &type, &comp);
-                 std::ostringstream o;
-                 o << ok << ' ' << size << ' ' << type << ' ' << comp << " @" << s.tell();
-                 return o.str();
-               }});
-  p.push_back({"getAiffWfx", [](ByteSource& s, uint64_t) {
-                 WAVEFORMATEX w{};
-                 INT64 at = 0;
-                 DWORD size = 0, frames = 0;
-                 const HRESULT hr = iff::getAiffWfx(s, &w, &at, &size, &frames);
-                 std::ostringstream o;
-                 o << hr << ' ' << hex(&w, sizeof w) << ' ' << at << ' ' << size << ' ' << frames
-                   << " @" << s.tell();
-                 return o.str();
-               }});
-  p.push_back({"getAifcFloatWfx", [](ByteSource& s, uint64_t) {
-                 WAVEFORMATEX w{};
-                 INT64 at = 0;
-                 DWORD size = 0, frames = 0, comp = 0;
-                 const HRESULT hr = iff::getAifcFloatWfx(s, &w, &at, &size, &frames, &comp);
-                 std::ostringstream o;
-                 o << hr << ' ' << hex(&w, sizeof w) << ' ' << at << ' ' << size << ' ' << frames
-                   << ' ' << comp << " @" << s.tell();
-                 return o.str();
-               }});
-  p.push_back({"findMarker", [](ByteSource& s, uint64_t) {
-                 std::ostringstream o;
-                 for (WORD id : {WORD(1), WORD(7), WORD(9)}) {
-                   DWORD at = 0;
-                   char name[8] = {};
-                   o << iff::findMarker(s, id, &at, name, sizeof name) << ' ' << at << ' ' << name
-                     << " @" << s.tell() << ';';
-                 }
-                 return o.str();
-               }});
-  p.push_back({"seekChunkHeader", [](ByteSource& s, uint64_t) {
-                 DWORD size = 0;
-                 INT64 at = 0;
-                 const HRESULT hr = iff::seekChunkHeader(s, IFFID_SSND, &size, &at);
-                 std::ostringstream o;
-                 o << hr << ' ' << size << ' ' << at << " @" << s.tell();
-                 return o.str();
-               }});
-  p.push_back({"getFileWfx", [](ByteSource& s, uint64_t) {
-                 alignas(8) BYTE buffer[KAWAVEFORMAT_BUFFER_SIZE] = {};
-                 const HRESULT hr =
-                     fw::getFileWfx(s, reinterpret_cast<_kawaveformat*>(buffer), sizeof buffer);
-                 return std::to_string(hr) + ' ' + hex(buffer, sizeof buffer);
-               }});
-  p.push_back({"getFileAudioData", [](ByteSource& s, uint64_t) {
-                 tKAAUDIODATA d{};
-                 const HRESULT hr = fw::getFileAudioData(s, &d);
-                 return std::to_string(hr) + ' ' + hex(&d, sizeof d);
-               }});
-  p.push_back({"getFileChunks", [](ByteSource& s, uint64_t) {
-                 tKACHUNKINFO c[16] = {};
-                 DWORD count = 0, container = 0;
-                 const HRESULT hr = fw::getFileChunks(s, c, 16, &count, &container);
-                 return std::to_string(hr) + ' ' + std::to_string(count) + ' ' +
-                        std::to_string(container) + ' ' + hex(c, sizeof c);
-               }});
-  p.push_back({"summaryLoad", [](ByteSource& s, uint64_t size) {
-                 std::ostringstream o;
-                 DWORD listSize = 0, budget = DWORD(std::min<uint64_t>(size, 0xFFFFFFFF));
-                 const bool found = s.seek(12) && SUCCEEDED(ostra::riff::findList(
-                                                      s, RIFF_ID_INFO, &listSize, &budget));
-                 o << found << " @" << s.tell() << ' ';
-                 if (!found) return o.str();
-                 _summarylisttag list{};
-                 const DWORD inner = listSize >= 4 ? listSize - 4 : 0;
-                 o << ostra::riff::summaryLoad(s, &list, &inner) << ' ' << list.count;
-                 for (DWORD i = 0; i < list.count && list.items; ++i)
-                   o << ' ' << list.items[i].id << '=' << KaText_WideLength(list.items[i].text);
-                 KaSummary_Free(&list);
-                 return o.str();
-               }});
-  p.push_back({"summaryGetString", [](ByteSource& s, uint64_t size) {
-                 KAWCHAR text[16] = {};
-                 DWORD budget = DWORD(std::min<uint64_t>(size, 0xFFFFFFFF));
-                 s.seek(12);
-                 const HRESULT hr =
-                     ostra::riff::summaryGetString(s, KASUMMARY_INAM, text, 16, &budget);
-                 return std::to_string(hr) + ' ' + hex(text, sizeof text) + ' ' +
-                        std::to_string(budget) + " @" + std::to_string(s.tell());
-               }});
-  p.push_back({"displistLoad", [](ByteSource& s, uint64_t size) {
-                 _displisttag* list = displist_Create();
-                 DWORD budget = DWORD(std::min<uint64_t>(size >= 12 ? size - 12 : 0, 0xFFFFFFFF));
-                 s.seek(12);
-                 const HRESULT hr = ostra::riff::displistLoad(s, list, &budget);
-                 std::ostringstream o;
-                 o << hr << ' ' << budget << " @" << s.tell();
-                 for (DWORD i = 0; i < list->count; ++i)
-                   o << ' ' << list->items[i].size << ':'
-                     << hex(list->items[i].data, list->items[i].size);
-                 displist_Destroy(list);
-                 return o.str();
-               }});
-  p.push_back({"displist64Load", [](ByteSource& s, uint64_t size) {
-                 _displisttag* list = displist_Create();
-                 INT64 budget = INT64(size >= 40 ? size - 40 : 0);
-                 s.seek(40);
-                 const HRESULT hr = ostra::riff::displist64Load(s, list, &budget);
-                 std::ostringstream o;
-                 o << hr << ' ' << budget << " @" << s.tell();
-                 for (DWORD i = 0; i < list->count; ++i)
-                   o << ' ' << list->items[i].size << ':'
-                     << hex(list->items[i].data, list->items[i].size);
-                 displist_Destroy(list);
-                 return o.str();
-               }});
-  return p;
+  namespace rf = ostra::riff;
+  return {
+      {"isAiff",
+       [](ByteSource& s, uint64_t) {
+         DWORD size = 0, type = 0, comp = 0;
+         const BOOL ok = iff::isAiff(s, &size, &type, &comp);
+         return say(s, ok, size, type, comp);
+       }},
+      {"getAiffWfx",
+       [](ByteSource& s, uint64_t) {
+         WAVEFORMATEX w{};
+         INT64 at = 0;
+         DWORD size = 0, frames = 0;
+         const HRESULT hr = iff::getAiffWfx(s, &w, &at, &size, &frames);
+         return say(s, hr, hex(&w, sizeof w), at, size, frames);
+       }},
+      {"getAifcFloatWfx",
+       [](ByteSource& s, uint64_t) {
+         WAVEFORMATEX w{};
+         INT64 at = 0;
+         DWORD size = 0, frames = 0, comp = 0;
+         const HRESULT hr = iff::getAifcFloatWfx(s, &w, &at, &size, &frames, &comp);
+         return say(s, hr, hex(&w, sizeof w), at, size, frames, comp);
+       }},
+      {"findMarker and seekChunkHeader",
+       [](ByteSource& s, uint64_t) {
+         std::string r;
+         for (WORD id : {WORD(1), WORD(7), WORD(9)}) {
+           DWORD at = 0;
+           char name[8] = {};
+           const HRESULT hr = iff::findMarker(s, id, &at, name, sizeof name);
+           r += say(s, hr, at, name);
+         }
+         DWORD size = 0;
+         INT64 at = 0;
+         const HRESULT hr = iff::seekChunkHeader(s, IFFID_SSND, &size, &at);
+         return r + say(s, hr, size, at);
+       }},
+      {"getFileWfx",
+       [](ByteSource& s, uint64_t) {
+         alignas(8) BYTE b[KAWAVEFORMAT_BUFFER_SIZE] = {};
+         const HRESULT hr = fw::getFileWfx(s, reinterpret_cast<_kawaveformat*>(b), sizeof b);
+         return say(s, hr, hex(b, sizeof b));
+       }},
+      {"getFileAudioData and getFileChunks",
+       [](ByteSource& s, uint64_t) {
+         tKAAUDIODATA d{};
+         const HRESULT hr = fw::getFileAudioData(s, &d);
+         tKACHUNKINFO c[16] = {};
+         DWORD count = 0, container = 0;
+         const HRESULT hr2 = fw::getFileChunks(s, c, 16, &count, &container);
+         return say(s, hr, hex(&d, sizeof d), hr2, count, container, hex(c, sizeof c));
+       }},
+      {"summaryLoad and summaryGetString",
+       [](ByteSource& s, uint64_t size) {
+         DWORD listSize = 0, budget = DWORD(std::min<uint64_t>(size, 0xFFFFFFFF));
+         _summarylisttag list{};
+         HRESULT hr = E_FAIL;
+         if (s.seek(12) && SUCCEEDED(rf::findList(s, RIFF_ID_INFO, &listSize, &budget))) {
+           const DWORD inner = listSize >= 4 ? listSize - 4 : 0;
+           hr = rf::summaryLoad(s, &list, &inner);
+         }
+         std::string r = say(s, hr, list.count);
+         for (DWORD i = 0; i < list.count && list.items; ++i)
+           r += say(s, list.items[i].id, KaText_WideLength(list.items[i].text));
+         KaSummary_Free(&list);
+         KAWCHAR text[16] = {};
+         budget = DWORD(std::min<uint64_t>(size, 0xFFFFFFFF));
+         s.seek(12);
+         hr = rf::summaryGetString(s, KASUMMARY_INAM, text, 16, &budget);
+         return r + say(s, hr, hex(text, sizeof text), budget);
+       }},
+      {"displistLoad and displist64Load",
+       [](ByteSource& s, uint64_t size) {
+         _displisttag* list = displist_Create();
+         DWORD budget = DWORD(std::min<uint64_t>(size >= 12 ? size - 12 : 0, 0xFFFFFFFF));
+         s.seek(12);
+         HRESULT hr = rf::displistLoad(s, list, &budget);
+         std::string r = say(s, hr, budget, listText(list));
+         INT64 budget64 = INT64(size >= 40 ? size - 40 : 0);
+         s.seek(40);
+         hr = rf::displist64Load(s, list, &budget64);
+         r += say(s, hr, budget64, listText(list));
+         displist_Destroy(list);
+         return r;
+       }},
+  };
 }
 
 }  // namespace
