@@ -1,18 +1,30 @@
 // AIFF and AIFC recognition and format reading, the 80-bit sample-rate conversions,
-// byte-swapping sample writers and the AIFF writer. Built on the IFF layer in iff.cpp.
+// byte-swapping sample writers, the AIFF writer, and the AIFC floating-point reader and
+// writer beside them. Built on the IFF layer in iff.cpp.
 #include <algorithm>
+#include <cstring>
 
 #include "formats/riff/internal/iff_io.h"
-#include "ostra/aiff.h"
+#include "formats/riff/internal/iff_source.h"
 
 using namespace ostra::riff::iffio;
+using ostra::riff::ByteSource;
+using ostra::riff::FileSource;
 
+namespace ostra::riff::iff {
 namespace {
 
 constexpr DWORD kCommBytesAiff = 18;
 constexpr DWORD kCommBytesAifc = 22;
 
 bool acceptedCompression(DWORD c) { return c == IFFID_NONE || c == IFFID_twos || c == IFFID_sowt; }
+
+// Bits per sample of a floating-point compression type, 0 for any other type.
+WORD floatBits(DWORD c) {
+  if (c == IFFID_fl32 || c == IFFID_FL32) return 32;
+  if (c == IFFID_fl64 || c == IFFID_FL64) return 64;
+  return 0;
+}
 
 // Rates this writer accepts stop at 192000: the reader cuts larger 80-bit rates, so a
 // file written with one would not read back as written.
@@ -46,8 +58,49 @@ void buildHeader(const WAVEFORMATEX& w, DWORD dataLength, BYTE out[KA_AIFF_HEADE
   putBe32(p + 8, 0), putBe32(p + 12, 0);
 }
 
+// FORM/AIFC with FVER, a COMM that names the type, and the SSND header.
+constexpr DWORD kFloatHeaderLength = KA_AIFC_FLOAT_HEADER_LENGTH;
+constexpr DWORD kAifcVersion1 = 0xA2805140;  // the FVER timestamp of AIFC version 1
+constexpr char kFloatName32[] = "32-bit floating point";
+constexpr char kFloatName64[] = "64-bit floating point";
+static_assert(sizeof kFloatName32 == sizeof kFloatName64 && (sizeof kFloatName32 - 1) % 2 == 1,
+              "a count byte and the name fill an even number of bytes");
+constexpr DWORD kCommBytesFloat = kCommBytesAifc + sizeof kFloatName32;
+static_assert(12 + 12 + 8 + kCommBytesFloat + 16 == kFloatHeaderLength);
+
+bool writableFloat(const WAVEFORMATEX& w) {
+  return w.wFormatTag == WAVE_FORMAT_IEEE_FLOAT &&
+         (w.wBitsPerSample == 32 || w.wBitsPerSample == 64) && w.nChannels >= 1 &&
+         w.nSamplesPerSec >= 1 && w.cbSize == 0 &&
+         DWORD(w.nBlockAlign) == DWORD(w.wBitsPerSample / 8) * w.nChannels;
+}
+
+void buildFloatHeader(const WAVEFORMATEX& w, DWORD dataLength, BYTE out[kFloatHeaderLength]) {
+  const bool wide = w.wBitsPerSample == 64;
+  BYTE* p = out;
+  putBe32(p, IFFID_FORM), putBe32(p + 4, kFloatHeaderLength - 8 + dataLength + (dataLength & 1u));
+  putBe32(p + 8, IFFID_AIFC);
+  p += 12;
+  putBe32(p, IFFID_FVER), putBe32(p + 4, 4), putBe32(p + 8, kAifcVersion1);
+  p += 12;
+  putBe32(p, IFFID_COMM), putBe32(p + 4, kCommBytesFloat);
+  putBe16(p + 8, w.nChannels);
+  putBe32(p + 10, dataLength / w.nBlockAlign);
+  putBe16(p + 14, w.wBitsPerSample);
+  WORD exponent, mantissa[4];
+  aiff_CreateRate(w.nSamplesPerSec, &exponent, mantissa);
+  putBe16(p + 16, exponent);
+  for (int i = 0; i < 4; ++i) putBe16(p + 18 + 2 * i, mantissa[i]);
+  putBe32(p + 26, wide ? IFFID_fl64 : IFFID_fl32);
+  p[30] = BYTE(sizeof kFloatName32 - 1);
+  std::memcpy(p + 31, wide ? kFloatName64 : kFloatName32, sizeof kFloatName32 - 1);
+  p += 8 + kCommBytesFloat;
+  putBe32(p, IFFID_SSND), putBe32(p + 4, 8 + dataLength);
+  putBe32(p + 8, 0), putBe32(p + 12, 0);
+}
+
 template <typename T, typename Swap>
-HRESULT writeSwapped(KAHFILE file, const T* samples, DWORD count, DWORD* written, Swap swap) {
+HRESULT writeSwapped(ByteSource& file, const T* samples, DWORD count, DWORD* written, Swap swap) {
   if (written) *written = 0;
   if (!samples && count) return E_INVALIDARG;
   T buffer[4096 / sizeof(T)];
@@ -77,59 +130,56 @@ struct PlainAiffFormat {
   WAVEFORMATEX* get() noexcept { return reinterpret_cast<WAVEFORMATEX*>(buffer); }
 };
 
-}  // namespace
-
-BOOL iff_IsAIFFFile(KAHFILE file, DWORD* formSize) noexcept {
-  return iff_IsAIFFFileEx(file, formSize);
-}
-
-BOOL iff_IsAIFFFileEx(KAHFILE file, DWORD* formSize, DWORD* formType, DWORD* compression) noexcept {
-  if (FAILED(seekTo(file, 0))) return FALSE;
+// FORM AIFF, or FORM AIFC whose COMM holds a compression type; the type comes back in
+// *compression (NONE for AIFF) and the position is just after the form type.
+bool readHead(ByteSource& file, DWORD* formSize, DWORD* formType, DWORD* compression) {
+  if (FAILED(seekTo(file, 0))) return false;
   IFFCHUNKHDR form;
   DWORD type = 0;
-  if (FAILED(iff_ReadFormType(file, &form, &type))) return FALSE;
+  if (FAILED(readFormType(file, &form, &type))) return false;
   DWORD kind = IFFID_NONE;
   if (type == IFFID_AIFC) {
     const INT64 first = tell(file);
     DWORD budget = form.ckSize >= 4 ? form.ckSize - 4 : 0, size = 0;
     BYTE comm[kCommBytesAifc];
-    const bool ok = SUCCEEDED(iff_FindChunkHeader(file, IFFID_COMM, &size, &budget)) &&
+    const bool ok = SUCCEEDED(findChunk(file, IFFID_COMM, &size, &budget)) &&
                     size >= kCommBytesAifc && SUCCEEDED(readExact(file, comm, sizeof comm));
     seekTo(file, first);
-    if (!ok) return FALSE;
+    if (!ok) return false;
     kind = be32(comm + 18);
-    if (!acceptedCompression(kind)) return FALSE;
   } else if (type != IFFID_AIFF) {
-    return FALSE;
+    return false;
   }
-  if (formSize) *formSize = form.ckSize;
-  if (formType) *formType = type;
-  if (compression) *compression = kind;
-  return TRUE;
+  *formSize = form.ckSize;
+  *formType = type;
+  *compression = kind;
+  return true;
 }
 
-HRESULT iff_GetAIFFWfx(KAHFILE file, WAVEFORMATEX* wfx, INT64* dataOffset, DWORD* dataSize,
-                       DWORD* frames) noexcept {
-  if (!wfx) return E_INVALIDARG;
-  DWORD formSize = 0, formType = 0, compression = 0;
-  if (!iff_IsAIFFFileEx(file, &formSize, &formType, &compression)) return KAERR_CORRUPT_FILE;
+// COMM and SSND of a file readHead accepted: the description and where the samples are;
+// the position ends at them. Floating-point types take their width from the type, as
+// their COMM sample size is not theirs to say.
+HRESULT readBody(ByteSource& file, DWORD formSize, DWORD formType, DWORD compression,
+                 WAVEFORMATEX* wfx, INT64* dataOffset, DWORD* dataSize, DWORD* frames) {
   const INT64 first = tell(file);
   const DWORD formBudget = formSize >= 4 ? formSize - 4 : 0;
 
   DWORD budget = formBudget, size = 0;
-  if (HRESULT hr = iff_FindChunkHeader(file, IFFID_COMM, &size, &budget); FAILED(hr)) return hr;
+  if (HRESULT hr = findChunk(file, IFFID_COMM, &size, &budget); FAILED(hr)) return hr;
   const DWORD need = formType == IFFID_AIFC ? kCommBytesAifc : kCommBytesAiff;
   if (size < need) return KAERR_CORRUPT_FILE;
   BYTE comm[kCommBytesAifc];
   if (HRESULT hr = readExact(file, comm, need); FAILED(hr)) return hr;
-  const WORD channels = be16(comm), bits = be16(comm + 6);
+  const WORD floating = floatBits(compression);
+  const WORD channels = be16(comm), bits = floating ? floating : be16(comm + 6);
   const DWORD frameCount = be32(comm + 2);
   WORD mantissa[4];
   for (int i = 0; i < 4; ++i) mantissa[i] = be16(comm + 10 + 2 * i);
   const DWORD rate = aiff_ConvertRate(be16(comm + 8), mantissa);
 
   WAVEFORMATEX w{};
-  w.wFormatTag = bits == 8                                               ? WAVE_FORMAT_KA_PCM8SIGNED
+  w.wFormatTag = floating                                                ? WAVE_FORMAT_IEEE_FLOAT
+                 : bits == 8                                             ? WAVE_FORMAT_KA_PCM8SIGNED
                  : (formType == IFFID_AIFC && compression == IFFID_sowt) ? WAVE_FORMAT_PCM
                                                                          : WAVE_FORMAT_KA_BIGENDIAN;
   w.nChannels = channels;
@@ -141,7 +191,7 @@ HRESULT iff_GetAIFFWfx(KAHFILE file, WAVEFORMATEX* wfx, INT64* dataOffset, DWORD
 
   if (HRESULT hr = seekTo(file, first); FAILED(hr)) return hr;
   budget = formBudget;
-  if (HRESULT hr = iff_FindChunkHeader(file, IFFID_SSND, &size, &budget); FAILED(hr)) return hr;
+  if (HRESULT hr = findChunk(file, IFFID_SSND, &size, &budget); FAILED(hr)) return hr;
   if (size < 8) return KAERR_CORRUPT_FILE;
   BYTE ssnd[8];
   if (HRESULT hr = readExact(file, ssnd, 8); FAILED(hr)) return hr;
@@ -157,6 +207,116 @@ HRESULT iff_GetAIFFWfx(KAHFILE file, WAVEFORMATEX* wfx, INT64* dataOffset, DWORD
   if (dataSize) *dataSize = DWORD(bytes);
   if (frames) *frames = frameCount;
   return S_OK;
+}
+
+}  // namespace
+
+BOOL isAiff(ByteSource& file, DWORD* formSize, DWORD* formType, DWORD* compression) {
+  DWORD size = 0, type = 0, kind = 0;
+  if (!readHead(file, &size, &type, &kind) || !acceptedCompression(kind)) return FALSE;
+  if (formSize) *formSize = size;
+  if (formType) *formType = type;
+  if (compression) *compression = kind;
+  return TRUE;
+}
+
+HRESULT getAiffWfx(ByteSource& file, WAVEFORMATEX* wfx, INT64* dataOffset, DWORD* dataSize,
+                   DWORD* frames) {
+  if (!wfx) return E_INVALIDARG;
+  DWORD formSize = 0, formType = 0, compression = 0;
+  if (!isAiff(file, &formSize, &formType, &compression)) return KAERR_CORRUPT_FILE;
+  return readBody(file, formSize, formType, compression, wfx, dataOffset, dataSize, frames);
+}
+
+HRESULT getAifcFloatWfx(ByteSource& file, WAVEFORMATEX* wfx, INT64* dataOffset, DWORD* dataSize,
+                        DWORD* frames, DWORD* compression) {
+  if (!wfx) return E_INVALIDARG;
+  DWORD formSize = 0, formType = 0, kind = 0;
+  if (!readHead(file, &formSize, &formType, &kind) || formType != IFFID_AIFC)
+    return KAERR_CORRUPT_FILE;
+  if (!floatBits(kind)) return KAERR_UNSUPPORTED_FORMAT;
+  if (compression) *compression = kind;
+  return readBody(file, formSize, formType, kind, wfx, dataOffset, dataSize, frames);
+}
+
+HRESULT writeByteSwap16(ByteSource& file, const WORD* samples, DWORD count, DWORD* written) {
+  return writeSwapped(file, samples, count, written,
+                      [](WORD* v, DWORD n) { iff_ByteSwap16(v, n); });
+}
+
+HRESULT writeByteSwap32(ByteSource& file, const DWORD* samples, DWORD count, DWORD* written) {
+  return writeSwapped(file, samples, count, written,
+                      [](DWORD* v, DWORD n) { iff_ByteSwap32(v, n); });
+}
+
+namespace {
+
+// Writes `headerLength` header bytes for `dataLength` sample bytes at offset 0, appends
+// the pad byte when the length is odd and the file ends right after the samples, and
+// restores the position.
+template <typename Build>
+HRESULT rewriteHeader(ByteSource& file, DWORD headerLength, DWORD dataLength, Build build) {
+  const UINT64 length = fileSize(file);
+  if (length < headerLength) return KAERR_BAD_CHUNK;
+  const UINT64 pad = dataLength & 1u;
+  if (headerLength - 8 + UINT64(dataLength) + pad > 0xFFFFFFFFull) return KAERR_RIFF_TOO_LARGE;
+  const INT64 saved = tell(file);
+  BYTE header[kFloatHeaderLength > KA_AIFF_HEADER_LENGTH ? kFloatHeaderLength
+                                                         : KA_AIFF_HEADER_LENGTH];
+  build(header);
+  HRESULT hr = seekTo(file, 0);
+  if (SUCCEEDED(hr)) hr = writeExact(file, header, headerLength);
+  if (SUCCEEDED(hr) && pad && length == headerLength + UINT64(dataLength)) {
+    static const BYTE kZero = 0;
+    hr = seekTo(file, INT64(length));
+    if (SUCCEEDED(hr)) hr = writeExact(file, &kZero, 1);
+  }
+  if (saved >= 0) seekTo(file, saved);
+  return hr;
+}
+
+}  // namespace
+
+HRESULT insertAiffHeader(ByteSource& file, const WAVEFORMATEX* wfx, DWORD dataLength) {
+  if (!wfx) return E_INVALIDARG;
+  if (!writableFormat(*wfx)) return KAERR_UNSUPPORTED_FORMAT;
+  if (wfx->nSamplesPerSec > kMaxWriterRate) return KAERR_SAMPLE_RATE;
+  return rewriteHeader(file, KA_AIFF_HEADER_LENGTH, dataLength,
+                       [&](BYTE* h) { buildHeader(*wfx, dataLength, h); });
+}
+
+HRESULT insertAifcFloatHeader(ByteSource& file, const WAVEFORMATEX* wfx, DWORD dataLength) {
+  if (!wfx) return E_INVALIDARG;
+  if (!writableFloat(*wfx)) return KAERR_UNSUPPORTED_FORMAT;
+  if (wfx->nSamplesPerSec > kMaxWriterRate) return KAERR_SAMPLE_RATE;
+  return rewriteHeader(file, kFloatHeaderLength, dataLength,
+                       [&](BYTE* h) { buildFloatHeader(*wfx, dataLength, h); });
+}
+
+}  // namespace ostra::riff::iff
+
+namespace iff = ostra::riff::iff;
+
+BOOL iff_IsAIFFFile(KAHFILE file, DWORD* formSize) noexcept {
+  FileSource s(file);
+  return iff::isAiff(s, formSize);
+}
+
+BOOL iff_IsAIFFFileEx(KAHFILE file, DWORD* formSize, DWORD* formType, DWORD* compression) noexcept {
+  FileSource s(file);
+  return iff::isAiff(s, formSize, formType, compression);
+}
+
+HRESULT iff_GetAIFFWfx(KAHFILE file, WAVEFORMATEX* wfx, INT64* dataOffset, DWORD* dataSize,
+                       DWORD* frames) noexcept {
+  FileSource s(file);
+  return iff::getAiffWfx(s, wfx, dataOffset, dataSize, frames);
+}
+
+HRESULT iff_GetAIFCFloatWfx(KAHFILE file, WAVEFORMATEX* wfx, INT64* dataOffset, DWORD* dataSize,
+                            DWORD* frames, DWORD* compression) noexcept {
+  FileSource s(file);
+  return iff::getAifcFloatWfx(s, wfx, dataOffset, dataSize, frames, compression);
 }
 
 void aiff_CreateRate(DWORD rate, WORD* exponent, WORD mantissa[4]) noexcept {
@@ -191,58 +351,61 @@ DWORD aiff_ConvertRate(WORD exponent, const WORD mantissa[4]) noexcept {
 
 HRESULT aiff_WriteByteSwap16(KAHFILE file, const WORD* samples, DWORD count,
                              DWORD* written) noexcept {
-  return writeSwapped(file, samples, count, written,
-                      [](WORD* v, DWORD n) { iff_ByteSwap16(v, n); });
+  FileSource s(file);
+  return iff::writeByteSwap16(s, samples, count, written);
 }
 
 HRESULT aiff_WriteByteSwap32(KAHFILE file, const DWORD* samples, DWORD count,
                              DWORD* written) noexcept {
-  return writeSwapped(file, samples, count, written,
-                      [](DWORD* v, DWORD n) { iff_ByteSwap32(v, n); });
+  FileSource s(file);
+  return iff::writeByteSwap32(s, samples, count, written);
 }
 
 HRESULT KaInitializeAiff(const KAWCHAR* path, const WAVEFORMATEX* wfx, DWORD openMode) noexcept {
   if (!path || !wfx) return E_INVALIDARG;
-  if (!writableFormat(*wfx)) return KAERR_UNSUPPORTED_FORMAT;
-  if (wfx->nSamplesPerSec > kMaxWriterRate) return KAERR_SAMPLE_RATE;
+  if (!iff::writableFormat(*wfx)) return KAERR_UNSUPPORTED_FORMAT;
+  if (wfx->nSamplesPerSec > iff::kMaxWriterRate) return KAERR_SAMPLE_RATE;
   KAHFILE f;
   if (HRESULT hr = openForSetup(path, openMode, &f); FAILED(hr)) return hr;
   BYTE header[KA_AIFF_HEADER_LENGTH];
-  buildHeader(*wfx, 0, header);
-  const HRESULT hr = writeExact(f, header, sizeof header);
+  iff::buildHeader(*wfx, 0, header);
+  FileSource s(f);
+  const HRESULT hr = writeExact(s, header, sizeof header);
   KaFile_Close(f);
   return hr;
 }
 
 HRESULT KaInsertAiffHeader(KAHFILE file, const WAVEFORMATEX* wfx, DWORD dataLength) noexcept {
-  if (!wfx) return E_INVALIDARG;
-  if (!writableFormat(*wfx)) return KAERR_UNSUPPORTED_FORMAT;
-  if (wfx->nSamplesPerSec > kMaxWriterRate) return KAERR_SAMPLE_RATE;
-  const UINT64 length = fileSize(file);
-  if (length < KA_AIFF_HEADER_LENGTH) return KAERR_BAD_CHUNK;
-  const UINT64 pad = dataLength & 1u;
-  if (KA_AIFF_HEADER_LENGTH - 8 + UINT64(dataLength) + pad > 0xFFFFFFFFull)
-    return KAERR_RIFF_TOO_LARGE;
-  const INT64 saved = tell(file);
-  BYTE header[KA_AIFF_HEADER_LENGTH];
-  buildHeader(*wfx, dataLength, header);
-  HRESULT hr = seekTo(file, 0);
-  if (SUCCEEDED(hr)) hr = writeExact(file, header, sizeof header);
-  if (SUCCEEDED(hr) && pad && length == KA_AIFF_HEADER_LENGTH + UINT64(dataLength)) {
-    static const BYTE kZero = 0;
-    hr = seekTo(file, INT64(length));
-    if (SUCCEEDED(hr)) hr = writeExact(file, &kZero, 1);
-  }
-  if (saved >= 0) seekTo(file, saved);
-  return hr;
+  FileSource s(file);
+  return iff::insertAiffHeader(s, wfx, dataLength);
 }
 
 HRESULT KaInitializeAiff(const KAWCHAR* path, const _kawaveformat* wfx, DWORD openMode) noexcept {
-  PlainAiffFormat plain(wfx);
+  iff::PlainAiffFormat plain(wfx);
   return FAILED(plain.hr) ? plain.hr : KaInitializeAiff(path, plain.get(), openMode);
 }
 
 HRESULT KaInsertAiffHeader(KAHFILE file, const _kawaveformat* wfx, DWORD dataLength) noexcept {
-  PlainAiffFormat plain(wfx);
+  iff::PlainAiffFormat plain(wfx);
   return FAILED(plain.hr) ? plain.hr : KaInsertAiffHeader(file, plain.get(), dataLength);
+}
+
+HRESULT KaInitializeAifcFloat(const KAWCHAR* path, const WAVEFORMATEX* wfx,
+                              DWORD openMode) noexcept {
+  if (!path || !wfx) return E_INVALIDARG;
+  if (!iff::writableFloat(*wfx)) return KAERR_UNSUPPORTED_FORMAT;
+  if (wfx->nSamplesPerSec > iff::kMaxWriterRate) return KAERR_SAMPLE_RATE;
+  KAHFILE f;
+  if (HRESULT hr = openForSetup(path, openMode, &f); FAILED(hr)) return hr;
+  BYTE header[KA_AIFC_FLOAT_HEADER_LENGTH];
+  iff::buildFloatHeader(*wfx, 0, header);
+  FileSource s(f);
+  const HRESULT hr = writeExact(s, header, sizeof header);
+  KaFile_Close(f);
+  return hr;
+}
+
+HRESULT KaInsertAifcFloatHeader(KAHFILE file, const WAVEFORMATEX* wfx, DWORD dataLength) noexcept {
+  FileSource s(file);
+  return iff::insertAifcFloatHeader(s, wfx, dataLength);
 }

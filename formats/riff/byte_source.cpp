@@ -45,10 +45,10 @@ bool FileSource::seek(uint64_t position) {
          SUCCEEDED(KaFile_Seek(file_, INT64(position), FILE_BEGIN, nullptr));
 }
 
+// One relative seek: the system refuses a position past the largest offset itself.
 bool FileSource::skip(uint64_t n) {
-  if (n == 0) return tell(), true;
-  const uint64_t pos = tell();
-  return n <= kMaxSeek - pos && seek(pos + n);
+  if (n == 0) return true;
+  return n <= kMaxSeek && SUCCEEDED(KaFile_Seek(file_, INT64(n), FILE_CURRENT, nullptr));
 }
 
 uint64_t FileSource::size() {
@@ -117,5 +117,30 @@ bool MemorySource::truncateHere() {
   r_->dataEnd = r_->base + currentOffset();
   return true;
 }
+
+// ---------------------------------------------------------------- read-only memory
+bool SpanSource::read(void* dst, uint32_t n, uint32_t* got) {
+  *got = 0;
+  if (pos_ >= size_ || n == 0) return true;
+  if (!dst) return false;
+  const uint32_t k = uint32_t(std::min<uint64_t>(n, size_ - pos_));
+  std::memcpy(dst, data_ + pos_, k);
+  pos_ += k;
+  *got = k;
+  return true;
+}
+
+bool SpanSource::write(const void*, uint32_t, uint32_t* put) {
+  *put = 0;
+  return false;
+}
+
+bool SpanSource::seek(uint64_t position) {
+  if (position > kMaxSeek) return false;
+  pos_ = position;
+  return true;
+}
+
+bool SpanSource::skip(uint64_t n) { return n <= kMaxSeek - pos_ && seek(pos_ + n); }
 
 }  // namespace ostra::riff

@@ -4,14 +4,19 @@
 #include <algorithm>
 #include <cstring>
 
+#include "formats/riff/internal/chunk_walker.h"
+#include "formats/riff/internal/chunk_walker64.h"
 #include "formats/riff/internal/iff_io.h"
+#include "formats/riff/internal/source_parsers.h"
 #include "formats/riff/internal/summary_mem.h"
 #include "ostra/kawave.h"
-#include "ostra/riff.h"
-#include "ostra/riff64.h"
 
 using namespace ostra::riff::iffio;
 using namespace ostra::riff::listmem;
+using ostra::riff::ByteSource;
+using ostra::riff::FileSource;
+namespace walk = ostra::riff;
+namespace walk64 = ostra::riff64;
 
 namespace {
 
@@ -19,7 +24,7 @@ constexpr HRESULT kSetItemFailed = HRESULT(0xFFFFFFFFu);
 
 // Replaces an item's data with `n` bytes read from the file. The length has been checked
 // against the file, so the block is never larger than what is there.
-HRESULT readItemData(KAHFILE f, _displistitemtag* item, DWORD n) {
+HRESULT readItemData(ByteSource& f, _displistitemtag* item, DWORD n) {
   void* data = nullptr;
   if (n) {
     data = allocLocked(n);
@@ -35,7 +40,7 @@ HRESULT readItemData(KAHFILE f, _displistitemtag* item, DWORD n) {
   return S_OK;
 }
 
-bool fits(KAHFILE f, UINT64 n, UINT64 length) {
+bool fits(ByteSource& f, UINT64 n, UINT64 length) {
   const INT64 at = tell(f);
   return at >= 0 && UINT64(at) <= length && n <= length - UINT64(at);
 }
@@ -97,7 +102,7 @@ HRESULT displist_SetItem(_displisttag* list, LONG format, DWORD size, const void
   return S_OK;
 }
 
-HRESULT displist_Load(KAHFILE file, _displisttag* list, DWORD* remaining) noexcept {
+HRESULT ostra::riff::displistLoad(ByteSource& file, _displisttag* list, DWORD* remaining) {
   if (!remaining) return E_INVALIDARG;
   if (!usable(list) || *remaining < 8) return S_OK;
   const INT64 saved = tell(file);
@@ -106,7 +111,7 @@ HRESULT displist_Load(KAHFILE file, _displisttag* list, DWORD* remaining) noexce
   HRESULT hr = S_OK;
   while (budget >= 8) {
     DWORD id = 0, size = 0;
-    if (FAILED(hr = riff_ReadChunkHeader(file, &id, &size))) break;
+    if (FAILED(hr = walk::readHeader(file, &id, &size))) break;
     budget -= 8;
     const UINT64 padded = UINT64(size) + (size & 1);
     if (padded > budget) break;  // runs past what is left: the walk ends here
@@ -126,7 +131,7 @@ HRESULT displist_Load(KAHFILE file, _displisttag* list, DWORD* remaining) noexce
         break;
       }
     } else {
-      riff_SkipChunk(file, size);
+      walk::skipChunk(file, size);
     }
     budget -= DWORD(padded);
   }
@@ -138,7 +143,7 @@ HRESULT displist_Load(KAHFILE file, _displisttag* list, DWORD* remaining) noexce
   return hr;
 }
 
-HRESULT displist_Save(KAHFILE file, const _displisttag* list, DWORD* written) noexcept {
+HRESULT ostra::riff::displistSave(ByteSource& file, const _displisttag* list, DWORD* written) {
   if (written) *written = 0;
   if (!list || (list->count && !list->items)) return E_INVALIDARG;
   static const BYTE kZero = 0;
@@ -149,8 +154,7 @@ HRESULT displist_Save(KAHFILE file, const _displisttag* list, DWORD* written) no
     if (item.size > RIFF_MAX_SIZE - 5) return E_INVALIDARG;
     BYTE format[4];
     putLe32(format, DWORD(item.format));
-    if (HRESULT hr = riff_WriteChunkHeader(file, RIFF_ID_DISP, item.size + 4); FAILED(hr))
-      return hr;
+    if (HRESULT hr = walk::writeHeader(file, RIFF_ID_DISP, item.size + 4); FAILED(hr)) return hr;
     if (HRESULT hr = writeExact(file, format, 4); FAILED(hr)) return hr;
     if (HRESULT hr = writeExact(file, item.data, item.size); FAILED(hr)) return hr;
     if ((item.size & 1) && FAILED(writeExact(file, &kZero, 1))) return KAERR_WRITE_FAILED;
@@ -160,7 +164,7 @@ HRESULT displist_Save(KAHFILE file, const _displisttag* list, DWORD* written) no
   return S_OK;
 }
 
-HRESULT displist64_Save(KAHFILE file, const _displisttag* list, UINT64* written) noexcept {
+HRESULT ostra::riff::displist64Save(ByteSource& file, const _displisttag* list, UINT64* written) {
   if (written) *written = 0;
   if (!list || (list->count && !list->items)) return E_INVALIDARG;
   UINT64 total = 0;
@@ -171,7 +175,7 @@ HRESULT displist64_Save(KAHFILE file, const _displisttag* list, UINT64* written)
     const UINT64 body = (UINT64(item.size) + 4 + 7) & ~UINT64(7);
     BYTE format[4];
     putLe32(format, DWORD(item.format));
-    if (HRESULT hr = riff64_WriteChunkHeader(file, KAGUID_W64_DISP, body); FAILED(hr)) return hr;
+    if (HRESULT hr = walk64::writeHeader(file, KAGUID_W64_DISP, body); FAILED(hr)) return hr;
     if (HRESULT hr = writeExact(file, format, 4); FAILED(hr)) return hr;
     if (HRESULT hr = writeExact(file, item.data, item.size); FAILED(hr)) return hr;
     if (HRESULT hr = writeZeros(file, body - 4 - item.size); FAILED(hr)) return hr;
@@ -181,7 +185,7 @@ HRESULT displist64_Save(KAHFILE file, const _displisttag* list, UINT64* written)
   return S_OK;
 }
 
-HRESULT displist64_Load(KAHFILE file, _displisttag* list, INT64* remaining) noexcept {
+HRESULT ostra::riff::displist64Load(ByteSource& file, _displisttag* list, INT64* remaining) {
   if (!remaining) return E_INVALIDARG;
   if (!usable(list) || *remaining < 24) return S_OK;
   const INT64 saved = tell(file);
@@ -191,7 +195,7 @@ HRESULT displist64_Load(KAHFILE file, _displisttag* list, INT64* remaining) noex
   while (budget >= 24) {
     GUID id;
     UINT64 size = 0;
-    if (FAILED(hr = riff64_ReadChunkHeader(file, &id, &size))) break;
+    if (FAILED(hr = walk64::readHeader(file, &id, &size))) break;
     budget -= 24;
     const UINT64 padded = (size + 7) & ~UINT64(7);
     if (size > (~UINT64(0) >> 2) || padded > UINT64(budget)) break;
@@ -212,7 +216,7 @@ HRESULT displist64_Load(KAHFILE file, _displisttag* list, INT64* remaining) noex
         break;
       }
     } else {
-      riff64_SkipChunk(file, size);
+      walk64::skipChunk(file, size);
     }
     budget -= INT64(padded);
   }
@@ -222,4 +226,24 @@ HRESULT displist64_Load(KAHFILE file, _displisttag* list, INT64* remaining) noex
     *remaining = budget;
   if (saved >= 0) seekTo(file, saved);
   return hr;
+}
+
+HRESULT displist_Load(KAHFILE file, _displisttag* list, DWORD* remaining) noexcept {
+  FileSource s(file);
+  return ostra::riff::displistLoad(s, list, remaining);
+}
+
+HRESULT displist_Save(KAHFILE file, const _displisttag* list, DWORD* written) noexcept {
+  FileSource s(file);
+  return ostra::riff::displistSave(s, list, written);
+}
+
+HRESULT displist64_Save(KAHFILE file, const _displisttag* list, UINT64* written) noexcept {
+  FileSource s(file);
+  return ostra::riff::displist64Save(s, list, written);
+}
+
+HRESULT displist64_Load(KAHFILE file, _displisttag* list, INT64* remaining) noexcept {
+  FileSource s(file);
+  return ostra::riff::displist64Load(s, list, remaining);
 }

@@ -4,11 +4,18 @@
 #include <algorithm>
 #include <vector>
 
+#include "formats/riff/internal/chunk_walker.h"
+#include "formats/riff/internal/chunk_walker64.h"
 #include "formats/riff/internal/filewfx_detect.h"
+#include "formats/riff/internal/source_parsers.h"
 
 using namespace ostra::riff::iffio;
 using namespace ostra::riff::filewfx;
+using ostra::riff::ByteSource;
+using ostra::riff::FileSource;
+namespace iff = ostra::riff::iff;
 
+namespace ostra::riff::filewfx {
 namespace {
 
 // Room for the largest description we keep: 18 bytes, the 22-byte extension and the
@@ -16,23 +23,23 @@ namespace {
 constexpr DWORD kFmtCapacity = 18 + 22 + KAWAVEFORMAT_MAX_EXTRA;
 
 // Finds the fmt chunk of a wave or Wave64 file; the handle is left at its body.
-HRESULT findFmt(KAHFILE f, DWORD container, UINT64* size) {
+HRESULT findFmt(ByteSource& f, DWORD container, UINT64* size) {
   if (container == KACONTAINER_WAVE) {
     DWORD s = 0;
     if (HRESULT hr = seekTo(f, 12); FAILED(hr)) return hr;
     DWORD budget = DWORD(std::min<UINT64>(fileSize(f) - 12, 0xFFFFFFFFu));
-    if (HRESULT hr = riff_FindChunkHeader(f, RIFF_ID_FMT, &s, &budget); FAILED(hr)) return hr;
+    if (HRESULT hr = riff::findChunk(f, RIFF_ID_FMT, &s, &budget); FAILED(hr)) return hr;
     *size = s;
     return S_OK;
   }
   if (HRESULT hr = seekTo(f, 40); FAILED(hr)) return hr;
   INT64 budget = INT64(fileSize(f) - 40);
-  return riff64_FindChunkHeader(f, RIFF64_GUID_FMT, size, &budget);
+  return riff64::findChunk(f, RIFF64_GUID_FMT, size, &budget);
 }
 
 // The stored description, padded with zeros; a 16-byte chunk reads as cbSize 0 and a
 // cbSize larger than the chunk is cut to it.
-HRESULT readFmt(KAHFILE f, UINT64 size, std::vector<BYTE>* out) {
+HRESULT readFmt(ByteSource& f, UINT64 size, std::vector<BYTE>* out) {
   if (size < 16) return KAERR_CORRUPT_FILE;
   const DWORD n = DWORD(std::min<UINT64>(size, kFmtCapacity));
   out->assign(kFmtCapacity + 2, 0);
@@ -54,7 +61,7 @@ bool aiffExpressible(const WAVEFORMATEX& w, DWORD container, DWORD compression) 
   return w.wFormatTag == WAVE_FORMAT_KA_BIGENDIAN && wide;
 }
 
-HRESULT setAiff(KAHFILE f, const _kawaveformat* k, const Detected& d) {
+HRESULT setAiff(ByteSource& f, const _kawaveformat* k, const Detected& d) {
   alignas(8) BYTE buffer[KAWAVEFORMAT_BUFFER_SIZE] = {};
   auto* w = reinterpret_cast<WAVEFORMATEX*>(buffer);
   if (KaAudio_GeneralCopyWfx(w, sizeof buffer, k, KAWFCOPY_WFX_NOMASK) < 0 ||
@@ -62,9 +69,9 @@ HRESULT setAiff(KAHFILE f, const _kawaveformat* k, const Detected& d) {
     return KAERR_UNSUPPORTED_FORMAT;
   WAVEFORMATEX old;
   DWORD dataSize = 0;
-  if (HRESULT hr = iff_GetAIFFWfx(f, &old, nullptr, &dataSize); FAILED(hr)) return hr;
+  if (HRESULT hr = iff::getAiffWfx(f, &old, nullptr, &dataSize); FAILED(hr)) return hr;
   DWORD size = 0;
-  if (HRESULT hr = iff_FindChunkFromStart(f, IFFID_COMM, &size); FAILED(hr)) return hr;
+  if (HRESULT hr = iff::findChunkFromStart(f, IFFID_COMM, &size); FAILED(hr)) return hr;
   BYTE comm[18];
   putBe16(comm, w->nChannels);
   putBe32(comm + 2, dataSize / w->nBlockAlign);
@@ -76,7 +83,7 @@ HRESULT setAiff(KAHFILE f, const _kawaveformat* k, const Detected& d) {
   return writeExact(f, comm, sizeof comm);
 }
 
-HRESULT setRiff(KAHFILE f, const _kawaveformat* k, const Detected& d) {
+HRESULT setRiff(ByteSource& f, const _kawaveformat* k, const Detected& d) {
   UINT64 size = 0;
   if (HRESULT hr = findFmt(f, d.container, &size); FAILED(hr)) return hr;
   if (size < 16) return KAERR_CORRUPT_FILE;
@@ -100,13 +107,13 @@ HRESULT setRiff(KAHFILE f, const _kawaveformat* k, const Detected& d) {
 
 }  // namespace
 
-HRESULT KaGetFileWfx(KAHFILE file, _kawaveformat* wfx, DWORD bufferSize) noexcept {
+HRESULT getFileWfx(ByteSource& file, _kawaveformat* wfx, DWORD bufferSize) {
   if (!wfx || bufferSize < KAWAVEFORMAT_FIXED_SIZE) return E_INVALIDARG;
   try {
     const Detected d = detect(file);
     if (d.container == KACONTAINER_AIFF || d.container == KACONTAINER_AIFC) {
       WAVEFORMATEX w;
-      if (HRESULT hr = iff_GetAIFFWfx(file, &w); FAILED(hr)) return hr;
+      if (HRESULT hr = iff::getAiffWfx(file, &w); FAILED(hr)) return hr;
       wfx->Init(bufferSize, &w);
       return S_OK;
     }
@@ -123,7 +130,7 @@ HRESULT KaGetFileWfx(KAHFILE file, _kawaveformat* wfx, DWORD bufferSize) noexcep
   }
 }
 
-HRESULT KaSetFileWfx(KAHFILE file, const _kawaveformat* wfx) noexcept {
+HRESULT setFileWfx(ByteSource& file, const _kawaveformat* wfx) {
   if (!wfx) return E_INVALIDARG;
   const Detected d = detect(file);
   switch (d.container) {
@@ -138,10 +145,22 @@ HRESULT KaSetFileWfx(KAHFILE file, const _kawaveformat* wfx) noexcept {
   }
 }
 
+}  // namespace ostra::riff::filewfx
+
+HRESULT KaGetFileWfx(KAHFILE file, _kawaveformat* wfx, DWORD bufferSize) noexcept {
+  FileSource s(file);
+  return getFileWfx(s, wfx, bufferSize);
+}
+
+HRESULT KaSetFileWfx(KAHFILE file, const _kawaveformat* wfx) noexcept {
+  FileSource s(file);
+  return setFileWfx(s, wfx);
+}
+
 HRESULT KaGetFileWfx(const KAWCHAR* path, _kawaveformat* wfx, DWORD bufferSize) noexcept {
-  return withPath(path, false, [&](KAHFILE f) { return KaGetFileWfx(f, wfx, bufferSize); });
+  return withPath(path, false, [&](ByteSource& s) { return getFileWfx(s, wfx, bufferSize); });
 }
 
 HRESULT KaSetFileWfx(const KAWCHAR* path, const _kawaveformat* wfx) noexcept {
-  return withPath(path, true, [&](KAHFILE f) { return KaSetFileWfx(f, wfx); });
+  return withPath(path, true, [&](ByteSource& s) { return setFileWfx(s, wfx); });
 }

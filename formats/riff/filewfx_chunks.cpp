@@ -5,11 +5,17 @@
 #include <algorithm>
 #include <cstring>
 
+#include "formats/riff/internal/chunk_walker.h"
+#include "formats/riff/internal/chunk_walker64.h"
 #include "formats/riff/internal/filewfx_detect.h"
+#include "formats/riff/internal/source_parsers.h"
 
 using namespace ostra::riff::iffio;
 using namespace ostra::riff::filewfx;
+using ostra::riff::ByteSource;
+using ostra::riff::FileSource;
 
+namespace ostra::riff::filewfx {
 namespace {
 
 DWORD budget32(UINT64 length, UINT64 from) {
@@ -43,11 +49,11 @@ struct Sink {
 };
 
 // RIFF: top-level chunks from `from` to `end`, LIST contents one level down.
-void walkRiff(KAHFILE f, UINT64 from, UINT64 end, BYTE depth, Sink* sink) {
+void walkRiff(ByteSource& f, UINT64 from, UINT64 end, BYTE depth, Sink* sink) {
   UINT64 pos = from;
   while (pos + 8 <= end && SUCCEEDED(seekTo(f, INT64(pos)))) {
     DWORD id = 0, size = 0;
-    if (FAILED(riff_ReadChunkHeader(f, &id, &size))) return;
+    if (FAILED(riff::readHeader(f, &id, &size))) return;
     tKACHUNKINFO* c = sink->add();
     setName(c, id);
     c->depth = depth, c->offset = pos, c->size = size;
@@ -60,12 +66,12 @@ void walkRiff(KAHFILE f, UINT64 from, UINT64 end, BYTE depth, Sink* sink) {
   }
 }
 
-void walkW64(KAHFILE f, UINT64 from, UINT64 end, BYTE depth, Sink* sink) {
+void walkW64(ByteSource& f, UINT64 from, UINT64 end, BYTE depth, Sink* sink) {
   UINT64 pos = from;
   while (pos + 24 <= end && SUCCEEDED(seekTo(f, INT64(pos)))) {
     GUID id;
     UINT64 size = 0;
-    if (FAILED(riff64_ReadChunkHeader(f, &id, &size))) return;
+    if (FAILED(riff64::readHeader(f, &id, &size))) return;
     tKACHUNKINFO* c = sink->add();
     setName(c, id.Data1);
     c->depth = depth, c->offset = pos, c->size = size, c->guid = id;
@@ -82,11 +88,11 @@ void walkW64(KAHFILE f, UINT64 from, UINT64 end, BYTE depth, Sink* sink) {
   }
 }
 
-void walkIff(KAHFILE f, UINT64 end, Sink* sink) {
+void walkIff(ByteSource& f, UINT64 end, Sink* sink) {
   UINT64 pos = 12;
   while (pos + 8 <= end && SUCCEEDED(seekTo(f, INT64(pos)))) {
     IFFCHUNKHDR h;
-    if (FAILED(iff_ReadChunkHdr(f, &h))) return;
+    if (FAILED(iff::readChunkHdr(f, &h))) return;
     tKACHUNKINFO* c = sink->add();
     setName(c, swap32(h.ckID));
     c->offset = pos, c->size = h.ckSize;
@@ -94,7 +100,7 @@ void walkIff(KAHFILE f, UINT64 end, Sink* sink) {
   }
 }
 
-HRESULT audioData(KAHFILE f, tKAAUDIODATA* out) {
+HRESULT audioData(ByteSource& f, tKAAUDIODATA* out) {
   const Detected d = detect(f);
   const UINT64 length = fileSize(f);
   tKAAUDIODATA r{};
@@ -103,27 +109,26 @@ HRESULT audioData(KAHFILE f, tKAAUDIODATA* out) {
     case KACONTAINER_WAVE: {
       DWORD size = 0, budget = budget32(length, 12);
       if (HRESULT hr = seekTo(f, 12); FAILED(hr)) return hr;
-      if (HRESULT hr = riff_FindChunkHeader(f, RIFF_ID_DATA, &size, &budget); FAILED(hr)) return hr;
+      if (HRESULT hr = riff::findChunk(f, RIFF_ID_DATA, &size, &budget); FAILED(hr)) return hr;
       r.statedSize = size;
       break;
     }
     case KACONTAINER_WAVE64: {
       INT64 budget = INT64(length - 40);
       if (HRESULT hr = seekTo(f, 40); FAILED(hr)) return hr;
-      if (HRESULT hr = riff64_FindChunkHeader(f, RIFF64_GUID_DATA, &r.statedSize, &budget);
-          FAILED(hr))
+      if (HRESULT hr = riff64::findChunk(f, RIFF64_GUID_DATA, &r.statedSize, &budget); FAILED(hr))
         return hr;
       break;
     }
     case KACONTAINER_AIFF:
     case KACONTAINER_AIFC: {
       DWORD ssnd = 0, offset = 0;
-      if (HRESULT hr = iff_FindChunkFromStart(f, IFFID_SSND, &ssnd); FAILED(hr)) return hr;
-      if (ssnd < 8 || FAILED(iff_ReadDWORD(f, &offset))) return KAERR_CORRUPT_FILE;
+      if (HRESULT hr = iff::findChunkFromStart(f, IFFID_SSND, &ssnd); FAILED(hr)) return hr;
+      if (ssnd < 8 || FAILED(iff::readDword(f, &offset))) return KAERR_CORRUPT_FILE;
       r.statedSize = offset <= ssnd - 8 ? ssnd - 8 - offset : 0;
       WAVEFORMATEX w;
       INT64 start = 0;
-      if (HRESULT hr = iff_GetAIFFWfx(f, &w, &start); FAILED(hr)) return hr;
+      if (HRESULT hr = iff::getAiffWfx(f, &w, &start); FAILED(hr)) return hr;
       r.bigEndian = !(d.container == KACONTAINER_AIFC && d.compression == IFFID_sowt);
       if (HRESULT hr = seekTo(f, start); FAILED(hr)) return hr;
       break;
@@ -141,18 +146,14 @@ HRESULT audioData(KAHFILE f, tKAAUDIODATA* out) {
 
 }  // namespace
 
-HRESULT KaGetFileAudioData(KAHFILE file, tKAAUDIODATA* data) noexcept {
+HRESULT getFileAudioData(ByteSource& file, tKAAUDIODATA* data) {
   if (!data) return E_INVALIDARG;
   *data = tKAAUDIODATA{};
   return audioData(file, data);
 }
 
-HRESULT KaGetFileAudioData(const KAWCHAR* path, tKAAUDIODATA* data) noexcept {
-  return withPath(path, false, [&](KAHFILE f) { return KaGetFileAudioData(f, data); });
-}
-
-HRESULT KaGetFileChunks(KAHFILE file, tKACHUNKINFO* chunks, DWORD capacity, DWORD* count,
-                        DWORD* container) noexcept {
+HRESULT getFileChunks(ByteSource& file, tKACHUNKINFO* chunks, DWORD capacity, DWORD* count,
+                      DWORD* container) {
   if (!count || (!chunks && capacity)) return E_INVALIDARG;
   *count = 0;
   const Detected d = detect(file);
@@ -174,4 +175,21 @@ HRESULT KaGetFileChunks(KAHFILE file, tKACHUNKINFO* chunks, DWORD capacity, DWOR
   }
   *count = sink.count;
   return sink.count > capacity ? S_FALSE : S_OK;
+}
+
+}  // namespace ostra::riff::filewfx
+
+HRESULT KaGetFileAudioData(KAHFILE file, tKAAUDIODATA* data) noexcept {
+  FileSource s(file);
+  return getFileAudioData(s, data);
+}
+
+HRESULT KaGetFileAudioData(const KAWCHAR* path, tKAAUDIODATA* data) noexcept {
+  return withPath(path, false, [&](ByteSource& s) { return getFileAudioData(s, data); });
+}
+
+HRESULT KaGetFileChunks(KAHFILE file, tKACHUNKINFO* chunks, DWORD capacity, DWORD* count,
+                        DWORD* container) noexcept {
+  FileSource s(file);
+  return getFileChunks(s, chunks, capacity, count, container);
 }

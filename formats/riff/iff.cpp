@@ -5,21 +5,24 @@
 #include <vector>
 
 #include "formats/riff/internal/iff_io.h"
-#include "ostra/aiff.h"
+#include "formats/riff/internal/iff_source.h"
 
 using namespace ostra::riff::iffio;
+using ostra::riff::ByteSource;
+using ostra::riff::FileSource;
 
+namespace ostra::riff::iff {
 namespace {
 
 constexpr UINT64 padded(DWORD size) { return UINT64(size) + (size & 1u); }
 
 // Seeks to 0 and reads FORM and its form type; the budget is what the form holds after
 // the type word.
-HRESULT readForm(KAHFILE file, DWORD* budget, DWORD* formType) {
+HRESULT readForm(ByteSource& file, DWORD* budget, DWORD* formType) {
   if (HRESULT hr = seekTo(file, 0); FAILED(hr)) return hr;
   IFFCHUNKHDR h;
   DWORD type = 0;
-  if (HRESULT hr = iff_ReadFormType(file, &h, &type); FAILED(hr)) return hr;
+  if (HRESULT hr = readFormType(file, &h, &type); FAILED(hr)) return hr;
   *budget = h.ckSize >= 4 ? h.ckSize - 4 : 0;
   if (formType) *formType = type;
   return S_OK;
@@ -27,7 +30,7 @@ HRESULT readForm(KAHFILE file, DWORD* budget, DWORD* formType) {
 
 }  // namespace
 
-HRESULT iff_ReadChunkHdr(KAHFILE file, IFFCHUNKHDR* header) noexcept {
+HRESULT readChunkHdr(ByteSource& file, IFFCHUNKHDR* header) {
   if (!header) return E_INVALIDARG;
   BYTE b[8];
   if (HRESULT hr = readExact(file, b, 8); FAILED(hr)) return hr;
@@ -36,18 +39,18 @@ HRESULT iff_ReadChunkHdr(KAHFILE file, IFFCHUNKHDR* header) noexcept {
   return S_OK;
 }
 
-HRESULT iff_ReadFormType(KAHFILE file, IFFCHUNKHDR* header, DWORD* formType) noexcept {
+HRESULT readFormType(ByteSource& file, IFFCHUNKHDR* header, DWORD* formType) {
   IFFCHUNKHDR local;
   IFFCHUNKHDR* h = header ? header : &local;
-  if (HRESULT hr = iff_ReadChunkHdr(file, h); FAILED(hr)) return hr;
+  if (HRESULT hr = readChunkHdr(file, h); FAILED(hr)) return hr;
   if (h->ckID != IFFID_FORM) return KAERR_CORRUPT_FILE;
   DWORD type = 0;
-  if (HRESULT hr = iff_ReadDWORD(file, &type); FAILED(hr)) return hr;
+  if (HRESULT hr = readDword(file, &type); FAILED(hr)) return hr;
   if (formType) *formType = type;
   return S_OK;
 }
 
-HRESULT iff_ReadDWORD(KAHFILE file, DWORD* value) noexcept {
+HRESULT readDword(ByteSource& file, DWORD* value) {
   if (!value) return E_INVALIDARG;
   BYTE b[4];
   if (HRESULT hr = readExact(file, b, 4); FAILED(hr)) return hr;
@@ -55,7 +58,7 @@ HRESULT iff_ReadDWORD(KAHFILE file, DWORD* value) noexcept {
   return S_OK;
 }
 
-HRESULT iff_ReadWORD(KAHFILE file, WORD* value) noexcept {
+HRESULT readWord(ByteSource& file, WORD* value) {
   if (!value) return E_INVALIDARG;
   BYTE b[2];
   if (HRESULT hr = readExact(file, b, 2); FAILED(hr)) return hr;
@@ -63,40 +66,27 @@ HRESULT iff_ReadWORD(KAHFILE file, WORD* value) noexcept {
   return S_OK;
 }
 
-HRESULT iff_WriteDWORD(KAHFILE file, DWORD value) noexcept {
+HRESULT writeDword(ByteSource& file, DWORD value) {
   BYTE b[4];
   putBe32(b, value);
   return writeExact(file, b, 4);
 }
 
-HRESULT iff_WriteWORD(KAHFILE file, WORD value) noexcept {
+HRESULT writeWord(ByteSource& file, WORD value) {
   BYTE b[2];
   putBe16(b, value);
   return writeExact(file, b, 2);
 }
 
-void iff_ByteSwap16(WORD* values, DWORD count) noexcept {
-  if (!values) return;
-  for (DWORD i = 0; i < count; ++i) values[i] = WORD((values[i] >> 8) | (values[i] << 8));
-}
-
-void iff_ByteSwap32(DWORD* values, DWORD count) noexcept {
-  if (!values) return;
-  for (DWORD i = 0; i < count; ++i) {
-    const DWORD v = values[i];
-    values[i] = (v >> 24) | ((v >> 8) & 0xFF00u) | ((v << 8) & 0xFF0000u) | (v << 24);
-  }
-}
-
-HRESULT iff_WriteFileID(KAHFILE file, DWORD formType, DWORD formSize) noexcept {
+HRESULT writeFileId(ByteSource& file, DWORD formType, DWORD formSize) {
   BYTE b[8];
   putBe32(b, IFFID_FORM);
   putBe32(b + 4, formSize);
   if (HRESULT hr = writeExact(file, b, 8); FAILED(hr)) return hr;
-  return iff_WriteDWORD(file, formType);
+  return writeDword(file, formType);
 }
 
-HRESULT iff_WriteChunk(KAHFILE file, const IFFCHUNKHDR* header) noexcept {
+HRESULT writeChunk(ByteSource& file, const IFFCHUNKHDR* header) {
   if (!header) return E_INVALIDARG;
   BYTE b[8];
   putBe32(b, header->ckID);
@@ -104,7 +94,7 @@ HRESULT iff_WriteChunk(KAHFILE file, const IFFCHUNKHDR* header) noexcept {
   return writeExact(file, b, 8);
 }
 
-HRESULT iff_FindChunkHeader(KAHFILE file, DWORD id, DWORD* size, DWORD* remaining) noexcept {
+HRESULT findChunk(ByteSource& file, DWORD id, DWORD* size, DWORD* remaining) {
   const bool bounded = remaining != nullptr;
   DWORD budget = bounded ? *remaining : 0;
   for (;;) {
@@ -113,7 +103,7 @@ HRESULT iff_FindChunkHeader(KAHFILE file, DWORD id, DWORD* size, DWORD* remainin
       return KAERR_NOT_FOUND;
     }
     IFFCHUNKHDR h;
-    if (HRESULT hr = iff_ReadChunkHdr(file, &h); FAILED(hr)) return hr;
+    if (HRESULT hr = readChunkHdr(file, &h); FAILED(hr)) return hr;
     if (bounded) budget -= 8;
     if (h.ckID == id) {
       if (size) *size = h.ckSize;
@@ -126,32 +116,33 @@ HRESULT iff_FindChunkHeader(KAHFILE file, DWORD id, DWORD* size, DWORD* remainin
   }
 }
 
-DWORD iff_SkipChunk(KAHFILE file, DWORD size) noexcept {
+DWORD skipChunk(ByteSource& file, DWORD size) {
   const UINT64 skip = padded(size);
   seekBy(file, INT64(skip));
   return DWORD(skip);
 }
 
-HRESULT iff_FindChunkFromStart(KAHFILE file, DWORD id, DWORD* size, DWORD* remaining) noexcept {
+HRESULT findChunkFromStart(ByteSource& file, DWORD id, DWORD* size, DWORD* remaining) {
   DWORD budget = 0;
   if (HRESULT hr = readForm(file, &budget, nullptr); FAILED(hr)) return hr;
-  const HRESULT hr = iff_FindChunkHeader(file, id, size, &budget);
+  const HRESULT hr = findChunk(file, id, size, &budget);
   if (remaining) *remaining = budget;
   return hr;
 }
 
-HRESULT iff_SeekChunkHeader(KAHFILE file, DWORD id, DWORD* size, INT64* headerOffset) noexcept {
-  if (HRESULT hr = iff_FindChunkFromStart(file, id, size); FAILED(hr)) return hr;
-  if (HRESULT hr = seekBy(file, -8); FAILED(hr)) return hr;
-  if (headerOffset) *headerOffset = tell(file);
+HRESULT seekChunkHeader(ByteSource& file, DWORD id, DWORD* size, INT64* headerOffset) {
+  if (HRESULT hr = findChunkFromStart(file, id, size); FAILED(hr)) return hr;
+  const INT64 header = tell(file) - 8;
+  if (HRESULT hr = seekTo(file, header); FAILED(hr)) return hr;
+  if (headerOffset) *headerOffset = header;
   return S_OK;
 }
 
-HRESULT iff_DeleteChunk(KAHFILE file, DWORD id, DWORD* removedOut) noexcept {
+HRESULT deleteChunk(ByteSource& file, DWORD id, DWORD* removedOut) {
   try {
     if (removedOut) *removedOut = 0;
     DWORD size = 0;
-    if (HRESULT hr = iff_FindChunkFromStart(file, id, &size); FAILED(hr)) return hr;
+    if (HRESULT hr = findChunkFromStart(file, id, &size); FAILED(hr)) return hr;
     const UINT64 length = fileSize(file);
     const INT64 start = tell(file) - 8;
     if (start < 12) return KAERR_READ_FAILED;
@@ -168,13 +159,13 @@ HRESULT iff_DeleteChunk(KAHFILE file, DWORD id, DWORD* removedOut) noexcept {
       from += n, to += n;
     }
     if (HRESULT hr = seekTo(file, INT64(to)); FAILED(hr)) return hr;
-    if (FAILED(KaFile_SetEndOfFile(file))) return KAERR_WRITE_FAILED;
+    if (!file.truncateHere()) return KAERR_WRITE_FAILED;
     if (HRESULT hr = seekTo(file, 4); FAILED(hr)) return hr;
     DWORD formSize = 0;
-    if (HRESULT hr = iff_ReadDWORD(file, &formSize); FAILED(hr)) return hr;
+    if (HRESULT hr = readDword(file, &formSize); FAILED(hr)) return hr;
     const UINT64 lowered = formSize >= removed + 4 ? formSize - removed : 4;
     if (HRESULT hr = seekTo(file, 4); FAILED(hr)) return hr;
-    if (HRESULT hr = iff_WriteDWORD(file, DWORD(lowered)); FAILED(hr)) return hr;
+    if (HRESULT hr = writeDword(file, DWORD(lowered)); FAILED(hr)) return hr;
     if (removedOut) *removedOut = DWORD(removed);
     return S_OK;
   } catch (const std::bad_alloc&) {
@@ -182,13 +173,13 @@ HRESULT iff_DeleteChunk(KAHFILE file, DWORD id, DWORD* removedOut) noexcept {
   }
 }
 
-HRESULT iff_FindMarker(KAHFILE file, WORD markerId, DWORD* position, char* name,
-                       DWORD nameCapacity) noexcept {
+HRESULT findMarker(ByteSource& file, WORD markerId, DWORD* position, char* name,
+                   DWORD nameCapacity) {
   DWORD size = 0;
-  if (HRESULT hr = iff_FindChunkFromStart(file, IFFID_MARK, &size); FAILED(hr)) return hr;
+  if (HRESULT hr = findChunkFromStart(file, IFFID_MARK, &size); FAILED(hr)) return hr;
   if (size < 2) return KAERR_CORRUPT_FILE;
   WORD count = 0;
-  if (HRESULT hr = iff_ReadWORD(file, &count); FAILED(hr)) return hr;
+  if (HRESULT hr = readWord(file, &count); FAILED(hr)) return hr;
   UINT64 used = 2;
   for (WORD i = 0; i < count; ++i) {
     // id (2), position (4), then a counted name padded so that count byte + text is even.
@@ -214,4 +205,92 @@ HRESULT iff_FindMarker(KAHFILE file, WORD markerId, DWORD* position, char* name,
     return S_OK;
   }
   return KAERR_NOT_FOUND;
+}
+
+}  // namespace ostra::riff::iff
+
+namespace iff = ostra::riff::iff;
+
+HRESULT iff_ReadChunkHdr(KAHFILE file, IFFCHUNKHDR* header) noexcept {
+  FileSource s(file);
+  return iff::readChunkHdr(s, header);
+}
+
+HRESULT iff_ReadFormType(KAHFILE file, IFFCHUNKHDR* header, DWORD* formType) noexcept {
+  FileSource s(file);
+  return iff::readFormType(s, header, formType);
+}
+
+HRESULT iff_ReadDWORD(KAHFILE file, DWORD* value) noexcept {
+  FileSource s(file);
+  return iff::readDword(s, value);
+}
+
+HRESULT iff_ReadWORD(KAHFILE file, WORD* value) noexcept {
+  FileSource s(file);
+  return iff::readWord(s, value);
+}
+
+HRESULT iff_WriteDWORD(KAHFILE file, DWORD value) noexcept {
+  FileSource s(file);
+  return iff::writeDword(s, value);
+}
+
+HRESULT iff_WriteWORD(KAHFILE file, WORD value) noexcept {
+  FileSource s(file);
+  return iff::writeWord(s, value);
+}
+
+void iff_ByteSwap16(WORD* values, DWORD count) noexcept {
+  if (!values) return;
+  for (DWORD i = 0; i < count; ++i) values[i] = WORD((values[i] >> 8) | (values[i] << 8));
+}
+
+void iff_ByteSwap32(DWORD* values, DWORD count) noexcept {
+  if (!values) return;
+  for (DWORD i = 0; i < count; ++i) {
+    const DWORD v = values[i];
+    values[i] = (v >> 24) | ((v >> 8) & 0xFF00u) | ((v << 8) & 0xFF0000u) | (v << 24);
+  }
+}
+
+HRESULT iff_WriteFileID(KAHFILE file, DWORD formType, DWORD formSize) noexcept {
+  FileSource s(file);
+  return iff::writeFileId(s, formType, formSize);
+}
+
+HRESULT iff_WriteChunk(KAHFILE file, const IFFCHUNKHDR* header) noexcept {
+  FileSource s(file);
+  return iff::writeChunk(s, header);
+}
+
+HRESULT iff_FindChunkHeader(KAHFILE file, DWORD id, DWORD* size, DWORD* remaining) noexcept {
+  FileSource s(file);
+  return iff::findChunk(s, id, size, remaining);
+}
+
+DWORD iff_SkipChunk(KAHFILE file, DWORD size) noexcept {
+  FileSource s(file);
+  return iff::skipChunk(s, size);
+}
+
+HRESULT iff_FindChunkFromStart(KAHFILE file, DWORD id, DWORD* size, DWORD* remaining) noexcept {
+  FileSource s(file);
+  return iff::findChunkFromStart(s, id, size, remaining);
+}
+
+HRESULT iff_SeekChunkHeader(KAHFILE file, DWORD id, DWORD* size, INT64* headerOffset) noexcept {
+  FileSource s(file);
+  return iff::seekChunkHeader(s, id, size, headerOffset);
+}
+
+HRESULT iff_DeleteChunk(KAHFILE file, DWORD id, DWORD* removed) noexcept {
+  FileSource s(file);
+  return iff::deleteChunk(s, id, removed);
+}
+
+HRESULT iff_FindMarker(KAHFILE file, WORD markerId, DWORD* position, char* name,
+                       DWORD nameCapacity) noexcept {
+  FileSource s(file);
+  return iff::findMarker(s, markerId, position, name, nameCapacity);
 }

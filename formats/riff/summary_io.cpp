@@ -6,14 +6,18 @@
 #include <string>
 #include <vector>
 
+#include "formats/riff/internal/chunk_walker.h"
 #include "formats/riff/internal/iff_io.h"
+#include "formats/riff/internal/source_parsers.h"
 #include "formats/riff/internal/summary_mem.h"
 #include "ostra/kawave.h"
-#include "ostra/riff.h"
 #include "platform/internal/text.h"
 
 using namespace ostra::riff::iffio;
 using namespace ostra::riff::listmem;
+using ostra::riff::ByteSource;
+using ostra::riff::FileSource;
+namespace walk = ostra::riff;
 
 namespace {
 
@@ -48,14 +52,14 @@ KAWCHAR* decodeWide(const char* bytes, DWORD n) {
 }
 
 template <typename Encode>
-HRESULT saveList(KAHFILE f, const _summarylisttag* list, DWORD listType, DWORD* written,
+HRESULT saveList(ByteSource& f, const _summarylisttag* list, DWORD listType, DWORD* written,
                  Encode encode) {
   if (written) *written = 0;
   if (!list || (list->count && !list->items)) return E_INVALIDARG;
   if (list->count == 0) return S_OK;
   const INT64 start = tell(f);
   if (start < 0) return KAERR_WRITE_FAILED;
-  if (HRESULT hr = riff_WriteListHeader(f, listType, 0); FAILED(hr)) return hr;
+  if (HRESULT hr = walk::writeListHeader(f, listType, 0); FAILED(hr)) return hr;
   UINT64 body = 4;
   for (DWORD i = 0; i < list->count; ++i) {
     const _summaryitemtag& item = list->items[i];
@@ -63,7 +67,7 @@ HRESULT saveList(KAHFILE f, const _summarylisttag* list, DWORD listType, DWORD* 
     const std::string bytes = encode(item.text);
     if (bytes.size() > RIFF_MAX_SIZE - body) return KAERR_RIFF_TOO_LARGE;
     DWORD total = 0;
-    if (HRESULT hr = riff_WriteChunk(f, item.id, bytes.data(), DWORD(bytes.size()), &total);
+    if (HRESULT hr = walk::writeChunk(f, item.id, bytes.data(), DWORD(bytes.size()), &total);
         FAILED(hr))
       return hr;
     body += total;
@@ -79,9 +83,9 @@ HRESULT saveList(KAHFILE f, const _summarylisttag* list, DWORD listType, DWORD* 
 }
 
 template <typename Decode>
-HRESULT readItems(KAHFILE f, _summarylisttag* list, DWORD budget, Decode decode) {
+HRESULT readItems(ByteSource& f, _summarylisttag* list, DWORD budget, Decode decode) {
   DWORD count = 0, counted = budget;
-  if (HRESULT hr = riff_GetNumListEntries(f, &count, &counted); FAILED(hr)) return hr;
+  if (HRESULT hr = walk::countEntries(f, &count, &counted); FAILED(hr)) return hr;
   if (count == 0) return S_OK;
   list->items = allocArray<_summaryitemtag>(count);
   if (!list->items) return E_OUTOFMEMORY;
@@ -89,7 +93,7 @@ HRESULT readItems(KAHFILE f, _summarylisttag* list, DWORD budget, Decode decode)
   std::vector<char> bytes;
   for (DWORD i = 0; i < count && budget >= 8; ++i) {
     DWORD id = 0, size = 0;
-    if (HRESULT hr = riff_ReadChunkHeader(f, &id, &size); FAILED(hr)) return hr;
+    if (HRESULT hr = walk::readHeader(f, &id, &size); FAILED(hr)) return hr;
     budget -= 8;
     // Never past the list, and never more than the file still holds.
     const DWORD n = std::min(size, budget);
@@ -108,7 +112,7 @@ HRESULT readItems(KAHFILE f, _summarylisttag* list, DWORD budget, Decode decode)
 }
 
 template <typename Decode>
-HRESULT loadList(KAHFILE f, _summarylisttag* list, const DWORD* remaining, Decode decode) {
+HRESULT loadList(ByteSource& f, _summarylisttag* list, const DWORD* remaining, Decode decode) {
   if (!list || !remaining) return E_INVALIDARG;
   KaSummary_Free(list);
   HRESULT hr;
@@ -123,7 +127,7 @@ HRESULT loadList(KAHFILE f, _summarylisttag* list, const DWORD* remaining, Decod
 
 }  // namespace
 
-HRESULT KaSummary_Save(KAHFILE file, const _summarylisttag* list, DWORD* written) noexcept {
+HRESULT ostra::riff::summarySave(ByteSource& file, const _summarylisttag* list, DWORD* written) {
   try {
     return saveList(file, list, RIFF_ID_INFO, written, encodeAnsi);
   } catch (const std::bad_alloc&) {
@@ -131,7 +135,8 @@ HRESULT KaSummary_Save(KAHFILE file, const _summarylisttag* list, DWORD* written
   }
 }
 
-HRESULT KaSummary_SaveUNFO(KAHFILE file, const _summarylisttag* list, DWORD* written) noexcept {
+HRESULT ostra::riff::summarySaveUnfo(ByteSource& file, const _summarylisttag* list,
+                                     DWORD* written) {
   try {
     return saveList(file, list, RIFF_ID_UNFO, written, encodeWide);
   } catch (const std::bad_alloc&) {
@@ -139,25 +144,52 @@ HRESULT KaSummary_SaveUNFO(KAHFILE file, const _summarylisttag* list, DWORD* wri
   }
 }
 
-HRESULT KaSummary_Load(KAHFILE file, _summarylisttag* list, const DWORD* remaining) noexcept {
+HRESULT ostra::riff::summaryLoad(ByteSource& file, _summarylisttag* list, const DWORD* remaining) {
   return loadList(file, list, remaining, decodeAnsi);
 }
 
-HRESULT KaSummary_LoadUNFO(KAHFILE file, _summarylisttag* list, const DWORD* remaining) noexcept {
+HRESULT ostra::riff::summaryLoadUnfo(ByteSource& file, _summarylisttag* list,
+                                     const DWORD* remaining) {
   return loadList(file, list, remaining, decodeWide);
 }
 
-HRESULT KaSummary_GetStringFromFile(KAHFILE file, DWORD id, KAWCHAR* buffer, DWORD bufferLength,
-                                    DWORD* remaining) noexcept {
+HRESULT ostra::riff::summaryGetString(ByteSource& file, DWORD id, KAWCHAR* buffer,
+                                      DWORD bufferLength, DWORD* remaining) {
   if (!buffer || bufferLength == 0) return E_INVALIDARG;
   buffer[0] = 0;
   DWORD unbounded = 0xFFFFFFFFu;
   DWORD* budget = remaining ? remaining : &unbounded;
   DWORD listSize = 0;
-  if (HRESULT hr = riff_FindListChunk(file, RIFF_ID_INFO, &listSize, budget); FAILED(hr)) return hr;
+  if (HRESULT hr = walk::findList(file, RIFF_ID_INFO, &listSize, budget); FAILED(hr)) return hr;
   DWORD inner = listSize, size = 0;
-  if (HRESULT hr = riff_FindChunkHeader(file, id, &size, &inner); FAILED(hr)) return hr;
+  if (HRESULT hr = walk::findChunk(file, id, &size, &inner); FAILED(hr)) return hr;
   DWORD count = std::min(size, inner);
   if (count == 0) return S_OK;
-  return riff_ReadANSIString(file, buffer, bufferLength, &count);
+  return walk::readAnsiString(file, buffer, bufferLength, &count);
+}
+
+HRESULT KaSummary_Save(KAHFILE file, const _summarylisttag* list, DWORD* written) noexcept {
+  FileSource s(file);
+  return ostra::riff::summarySave(s, list, written);
+}
+
+HRESULT KaSummary_SaveUNFO(KAHFILE file, const _summarylisttag* list, DWORD* written) noexcept {
+  FileSource s(file);
+  return ostra::riff::summarySaveUnfo(s, list, written);
+}
+
+HRESULT KaSummary_Load(KAHFILE file, _summarylisttag* list, const DWORD* remaining) noexcept {
+  FileSource s(file);
+  return ostra::riff::summaryLoad(s, list, remaining);
+}
+
+HRESULT KaSummary_LoadUNFO(KAHFILE file, _summarylisttag* list, const DWORD* remaining) noexcept {
+  FileSource s(file);
+  return ostra::riff::summaryLoadUnfo(s, list, remaining);
+}
+
+HRESULT KaSummary_GetStringFromFile(KAHFILE file, DWORD id, KAWCHAR* buffer, DWORD bufferLength,
+                                    DWORD* remaining) noexcept {
+  FileSource s(file);
+  return ostra::riff::summaryGetString(s, id, buffer, bufferLength, remaining);
 }

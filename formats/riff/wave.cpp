@@ -1,13 +1,18 @@
 // Wave and Wave64 header set-up (a new file ready for samples) and the in-place header
 // rewrite once the data length is known. Written on the riff_* and riff64_* chunk layers;
 // the repair functions in wave_repair.cpp end in the rewrite here.
+#include "formats/riff/internal/chunk_walker.h"
+#include "formats/riff/internal/chunk_walker64.h"
 #include "formats/riff/internal/iff_io.h"
+#include "formats/riff/internal/source_parsers.h"
 #include "formats/riff/internal/wave_format.h"
 #include "ostra/kawave.h"
-#include "ostra/riff.h"
-#include "ostra/riff64.h"
 
 using namespace ostra::riff::iffio;
+using ostra::riff::ByteSource;
+using ostra::riff::FileSource;
+namespace walk = ostra::riff;
+namespace walk64 = ostra::riff64;
 using ostra::riff::wave::checkFormat;
 using ostra::riff::wave::PlainFormat;
 
@@ -24,30 +29,31 @@ struct FmtBytes {
 };
 
 // RIFF, WAVE, fmt, optional JUNK holding junkBytes zeros, data header.
-HRESULT writeWavHeader(KAHFILE f, const WAVEFORMATEX& w, DWORD riffSize, bool junk, DWORD junkBytes,
-                       DWORD dataSize) {
+HRESULT writeWavHeader(ByteSource& f, const WAVEFORMATEX& w, DWORD riffSize, bool junk,
+                       DWORD junkBytes, DWORD dataSize) {
   const FmtBytes fmt(w);
-  if (HRESULT hr = riff_WriteFileID(f, RIFF_ID_WAVE, riffSize); FAILED(hr)) return hr;
-  if (HRESULT hr = riff_WriteChunk(f, RIFF_ID_FMT, fmt.b, sizeof fmt.b); FAILED(hr)) return hr;
+  if (HRESULT hr = walk::writeFileId(f, RIFF_ID_WAVE, riffSize); FAILED(hr)) return hr;
+  if (HRESULT hr = walk::writeChunk(f, RIFF_ID_FMT, fmt.b, sizeof fmt.b, nullptr); FAILED(hr))
+    return hr;
   if (junk) {
-    if (HRESULT hr = riff_WriteChunkHeader(f, RIFF_ID_JUNK, junkBytes); FAILED(hr)) return hr;
+    if (HRESULT hr = walk::writeHeader(f, RIFF_ID_JUNK, junkBytes); FAILED(hr)) return hr;
     if (HRESULT hr = writeZeros(f, junkBytes); FAILED(hr)) return hr;
   }
-  return riff_WriteChunkHeader(f, RIFF_ID_DATA, dataSize);
+  return walk::writeHeader(f, RIFF_ID_DATA, dataSize);
 }
 
 // The Wave64 counterpart; riffBody is the riff size word less its own 24-byte header.
-HRESULT writeW64Header(KAHFILE f, const WAVEFORMATEX& w, UINT64 riffBody, bool junk,
+HRESULT writeW64Header(ByteSource& f, const WAVEFORMATEX& w, UINT64 riffBody, bool junk,
                        UINT64 junkBytes, UINT64 dataSize) {
   const FmtBytes fmt(w);
-  if (HRESULT hr = riff64_WriteFileID(f, RIFF64_GUID_WAVE, riffBody); FAILED(hr)) return hr;
-  if (HRESULT hr = riff64_WriteChunk(f, RIFF64_GUID_FMT, fmt.b, sizeof fmt.b); FAILED(hr))
+  if (HRESULT hr = walk64::writeFileId(f, RIFF64_GUID_WAVE, riffBody); FAILED(hr)) return hr;
+  if (HRESULT hr = walk64::writeChunk(f, RIFF64_GUID_FMT, fmt.b, sizeof fmt.b, nullptr); FAILED(hr))
     return hr;
   if (junk) {
-    if (HRESULT hr = riff64_WriteChunkHeader(f, RIFF64_GUID_JUNK, junkBytes); FAILED(hr)) return hr;
+    if (HRESULT hr = walk64::writeHeader(f, RIFF64_GUID_JUNK, junkBytes); FAILED(hr)) return hr;
     if (HRESULT hr = writeZeros(f, junkBytes); FAILED(hr)) return hr;
   }
-  return riff64_WriteChunkHeader(f, RIFF64_GUID_DATA, dataSize);
+  return walk64::writeHeader(f, RIFF64_GUID_DATA, dataSize);
 }
 
 // Opens, writes through `write` and closes on every path.
@@ -57,7 +63,8 @@ HRESULT setUp(const KAWCHAR* path, const WAVEFORMATEX* wfx, DWORD openMode, Writ
   if (HRESULT hr = checkFormat(wfx); FAILED(hr)) return hr;
   KAHFILE f;
   if (HRESULT hr = openForSetup(path, openMode, &f); FAILED(hr)) return hr;
-  const HRESULT hr = write(f, *wfx);
+  FileSource s(f);
+  const HRESULT hr = write(s, *wfx);
   KaFile_Close(f);
   return hr;
 }
@@ -72,7 +79,7 @@ HRESULT viaPlain(const _kawaveformat* k, Call call) {
 }  // namespace
 
 HRESULT KaInitializeWav(const KAWCHAR* path, const WAVEFORMATEX* wfx, DWORD openMode) noexcept {
-  return setUp(path, wfx, openMode, [](KAHFILE f, const WAVEFORMATEX& w) {
+  return setUp(path, wfx, openMode, [](ByteSource& f, const WAVEFORMATEX& w) {
     return writeWavHeader(f, w, KA_WAV_HEADER_LENGTH - 8, false, 0, 0);
   });
 }
@@ -81,7 +88,7 @@ HRESULT KaInitializeWavWithJunk(const KAWCHAR* path, const WAVEFORMATEX* wfx, DW
                                 DWORD headerLength) noexcept {
   const UINT64 length = (UINT64(headerLength) + 1) & ~UINT64(1);
   if (length < KA_WAV_MIN_JUNK_HEADER_LENGTH) return E_INVALIDARG;
-  return setUp(path, wfx, openMode, [length](KAHFILE f, const WAVEFORMATEX& w) {
+  return setUp(path, wfx, openMode, [length](ByteSource& f, const WAVEFORMATEX& w) {
     return writeWavHeader(f, w, DWORD(length - 8), true, DWORD(length - 54), 0);
   });
 }
@@ -89,7 +96,7 @@ HRESULT KaInitializeWavWithJunk(const KAWCHAR* path, const WAVEFORMATEX* wfx, DW
 HRESULT KaInitializeWav64(const KAWCHAR* path, const WAVEFORMATEX* wfx, DWORD openMode) noexcept {
   // The riff size word says 130 although the header is 112 bytes: finishing the file
   // rewrites it, and files of this version carry exactly this value.
-  return setUp(path, wfx, openMode, [](KAHFILE f, const WAVEFORMATEX& w) {
+  return setUp(path, wfx, openMode, [](ByteSource& f, const WAVEFORMATEX& w) {
     return writeW64Header(f, w, 106, false, 0, 0);
   });
 }
@@ -99,13 +106,13 @@ HRESULT KaInitializeWav64WithJunk(const KAWCHAR* path, const WAVEFORMATEX* wfx, 
   if (headerLength > (~UINT64(0) >> 1)) return E_INVALIDARG;
   const UINT64 length = (headerLength + 7) & ~UINT64(7);
   if (length < KA_W64_MIN_JUNK_HEADER_LENGTH) return E_INVALIDARG;
-  return setUp(path, wfx, openMode, [length](KAHFILE f, const WAVEFORMATEX& w) {
+  return setUp(path, wfx, openMode, [length](ByteSource& f, const WAVEFORMATEX& w) {
     return writeW64Header(f, w, length, true, length - KA_W64_MIN_JUNK_HEADER_LENGTH, 0);
   });
 }
 
-HRESULT KaInsertWavHeader(KAHFILE file, const WAVEFORMATEX* wfx, DWORD dataLength,
-                          DWORD headerLength) noexcept {
+HRESULT ostra::riff::insertWavHeader(ByteSource& file, const WAVEFORMATEX* wfx, DWORD dataLength,
+                                     DWORD headerLength) {
   if (HRESULT hr = checkFormat(wfx); FAILED(hr)) return hr;
   const DWORD h = headerLength;
   if ((h & 1) || h < KA_WAV_HEADER_LENGTH ||
@@ -122,8 +129,8 @@ HRESULT KaInsertWavHeader(KAHFILE file, const WAVEFORMATEX* wfx, DWORD dataLengt
   return hr;
 }
 
-HRESULT KaInsertW64Header(KAHFILE file, const WAVEFORMATEX* wfx, UINT64 dataLength,
-                          UINT64 headerLength) noexcept {
+HRESULT ostra::riff::insertW64Header(ByteSource& file, const WAVEFORMATEX* wfx, UINT64 dataLength,
+                                     UINT64 headerLength) {
   if (HRESULT hr = checkFormat(wfx); FAILED(hr)) return hr;
   const UINT64 h = headerLength;
   if ((h & 7) || h < KA_W64_HEADER_LENGTH ||
@@ -138,6 +145,18 @@ HRESULT KaInsertW64Header(KAHFILE file, const WAVEFORMATEX* wfx, UINT64 dataLeng
                         h - KA_W64_HEADER_LENGTH - (h > KA_W64_HEADER_LENGTH ? 24 : 0), dataLength);
   if (saved >= 0) seekTo(file, saved);
   return hr;
+}
+
+HRESULT KaInsertWavHeader(KAHFILE file, const WAVEFORMATEX* wfx, DWORD dataLength,
+                          DWORD headerLength) noexcept {
+  FileSource s(file);
+  return ostra::riff::insertWavHeader(s, wfx, dataLength, headerLength);
+}
+
+HRESULT KaInsertW64Header(KAHFILE file, const WAVEFORMATEX* wfx, UINT64 dataLength,
+                          UINT64 headerLength) noexcept {
+  FileSource s(file);
+  return ostra::riff::insertW64Header(s, wfx, dataLength, headerLength);
 }
 
 // ---------------------------------------------------------------- record overloads

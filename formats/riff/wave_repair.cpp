@@ -6,13 +6,16 @@
 #include <cstring>
 #include <vector>
 
+#include "formats/riff/internal/chunk_walker.h"
+#include "formats/riff/internal/chunk_walker64.h"
 #include "formats/riff/internal/iff_io.h"
+#include "formats/riff/internal/source_parsers.h"
 #include "formats/riff/internal/wave_format.h"
 #include "ostra/kawave.h"
-#include "ostra/riff.h"
-#include "ostra/riff64.h"
 
 using namespace ostra::riff::iffio;
+using ostra::riff::ByteSource;
+using ostra::riff::FileSource;
 
 namespace {
 
@@ -24,7 +27,7 @@ WAVEFORMATEX defaultFormat(const WAVEFORMATEX* given) {
 }
 
 // Reads the 18 stored bytes and corrects every field that cannot be right.
-HRESULT readCorrectedFormat(KAHFILE f, INT64 offset, const WAVEFORMATEX& d, WAVEFORMATEX* out) {
+HRESULT readCorrectedFormat(ByteSource& f, INT64 offset, const WAVEFORMATEX& d, WAVEFORMATEX* out) {
   BYTE b[18];
   if (HRESULT hr = seekTo(f, offset); FAILED(hr)) return hr;
   if (HRESULT hr = readExact(f, b, sizeof b); FAILED(hr)) return hr;
@@ -52,7 +55,7 @@ HRESULT readCorrectedFormat(KAHFILE f, INT64 offset, const WAVEFORMATEX& d, WAVE
 // Scans raw bytes from `from` for `id` (idLength bytes) in 4096-byte blocks that overlap
 // by idLength. *headerLength = match + idLength + sizeWord; limit when the scan passes
 // limit first; KAERR_NOT_FOUND when the file ends first.
-HRESULT scanForId(KAHFILE f, UINT64 from, UINT64 limit, const BYTE* id, DWORD idLength,
+HRESULT scanForId(ByteSource& f, UINT64 from, UINT64 limit, const BYTE* id, DWORD idLength,
                   DWORD sizeWord, UINT64* headerLength) {
   std::vector<BYTE> block(kScanBlock);
   UINT64 p = from;
@@ -77,7 +80,7 @@ UINT64 wholeBlocks(UINT64 bytes, WORD blockAlign) {
   return blockAlign ? bytes - bytes % blockAlign : bytes;
 }
 
-HRESULT fixWav(KAHFILE f, const WAVEFORMATEX* given, DWORD maxHeaderLength) {
+HRESULT fixWav(ByteSource& f, const WAVEFORMATEX* given, DWORD maxHeaderLength) {
   const WAVEFORMATEX d = defaultFormat(given);
   const UINT64 length = fileSize(f);
   const UINT64 limit = std::min<UINT64>(length, maxHeaderLength);
@@ -87,7 +90,7 @@ HRESULT fixWav(KAHFILE f, const WAVEFORMATEX* given, DWORD maxHeaderLength) {
   UINT64 header = 0;
   DWORD budget = DWORD(limit), size = 0;
   if (SUCCEEDED(seekTo(f, 38)) &&
-      SUCCEEDED(riff_FindChunkHeader(f, RIFF_ID_DATA, &size, &budget))) {
+      SUCCEEDED(ostra::riff::findChunk(f, RIFF_ID_DATA, &size, &budget))) {
     header = UINT64(tell(f));
   } else {
     static const BYTE kData[4] = {'d', 'a', 't', 'a'};
@@ -99,10 +102,10 @@ HRESULT fixWav(KAHFILE f, const WAVEFORMATEX* given, DWORD maxHeaderLength) {
     data = std::min<UINT64>(data, RIFF_MAX_SIZE - (header - 8));
   data = wholeBlocks(data, w.nBlockAlign);
   if (header > 0xFFFFFFFFull) return KAERR_BAD_CHUNK;
-  return KaInsertWavHeader(f, &w, DWORD(data), DWORD(header));
+  return ostra::riff::insertWavHeader(f, &w, DWORD(data), DWORD(header));
 }
 
-HRESULT fixW64(KAHFILE f, const WAVEFORMATEX* given, UINT64 maxHeaderLength) {
+HRESULT fixW64(ByteSource& f, const WAVEFORMATEX* given, UINT64 maxHeaderLength) {
   const WAVEFORMATEX d = defaultFormat(given);
   const UINT64 length = fileSize(f);
   const UINT64 limit = std::min<UINT64>(length, maxHeaderLength & ~UINT64(7));
@@ -112,7 +115,7 @@ HRESULT fixW64(KAHFILE f, const WAVEFORMATEX* given, UINT64 maxHeaderLength) {
   UINT64 header = 0, size = 0;
   INT64 budget = INT64(std::min<UINT64>(limit, ~UINT64(0) >> 1));
   if (SUCCEEDED(seekTo(f, 88)) &&
-      SUCCEEDED(riff64_FindChunkHeader(f, RIFF64_GUID_DATA, &size, &budget))) {
+      SUCCEEDED(ostra::riff64::findChunk(f, RIFF64_GUID_DATA, &size, &budget))) {
     header = UINT64(tell(f));
   } else {
     BYTE id[16];
@@ -120,11 +123,11 @@ HRESULT fixW64(KAHFILE f, const WAVEFORMATEX* given, UINT64 maxHeaderLength) {
     if (HRESULT hr = scanForId(f, 88, limit, id, 16, 8, &header); FAILED(hr)) return hr;
   }
   const UINT64 data = wholeBlocks(length > header ? length - header : 0, w.nBlockAlign);
-  return KaInsertW64Header(f, &w, data, header);
+  return ostra::riff::insertW64Header(f, &w, data, header);
 }
 
 template <typename Fix>
-HRESULT keepingPosition(KAHFILE f, Fix fix) {
+HRESULT keepingPosition(ByteSource& f, Fix fix) {
   try {
     const INT64 saved = tell(f);
     const HRESULT hr = fix();
@@ -137,12 +140,24 @@ HRESULT keepingPosition(KAHFILE f, Fix fix) {
 
 }  // namespace
 
-HRESULT KaFixTrashedWav(KAHFILE file, const WAVEFORMATEX* wfx, DWORD maxHeaderLength) noexcept {
+HRESULT ostra::riff::fixTrashedWav(ByteSource& file, const WAVEFORMATEX* wfx,
+                                   DWORD maxHeaderLength) {
   return keepingPosition(file, [&] { return fixWav(file, wfx, maxHeaderLength); });
 }
 
-HRESULT KaFixTrashedW64(KAHFILE file, const WAVEFORMATEX* wfx, UINT64 maxHeaderLength) noexcept {
+HRESULT ostra::riff::fixTrashedW64(ByteSource& file, const WAVEFORMATEX* wfx,
+                                   UINT64 maxHeaderLength) {
   return keepingPosition(file, [&] { return fixW64(file, wfx, maxHeaderLength); });
+}
+
+HRESULT KaFixTrashedWav(KAHFILE file, const WAVEFORMATEX* wfx, DWORD maxHeaderLength) noexcept {
+  FileSource s(file);
+  return ostra::riff::fixTrashedWav(s, wfx, maxHeaderLength);
+}
+
+HRESULT KaFixTrashedW64(KAHFILE file, const WAVEFORMATEX* wfx, UINT64 maxHeaderLength) noexcept {
+  FileSource s(file);
+  return ostra::riff::fixTrashedW64(s, wfx, maxHeaderLength);
 }
 
 HRESULT KaFixTrashedWav(KAHFILE file, const _kawaveformat* wfx, DWORD maxHeaderLength) noexcept {

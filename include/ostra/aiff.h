@@ -28,6 +28,11 @@ inline constexpr DWORD IFFID_FVER = KaIffID('F', 'V', 'E', 'R');
 inline constexpr DWORD IFFID_NONE = KaIffID('N', 'O', 'N', 'E');
 inline constexpr DWORD IFFID_sowt = KaIffID('s', 'o', 'w', 't');
 inline constexpr DWORD IFFID_twos = KaIffID('t', 'w', 'o', 's');
+// AIFC floating-point compression types: IEEE samples, big-endian.
+inline constexpr DWORD IFFID_fl32 = KaIffID('f', 'l', '3', '2');
+inline constexpr DWORD IFFID_FL32 = KaIffID('F', 'L', '3', '2');
+inline constexpr DWORD IFFID_fl64 = KaIffID('f', 'l', '6', '4');
+inline constexpr DWORD IFFID_FL64 = KaIffID('F', 'L', '6', '4');
 
 // ---------------------------------------------------------------- chunk layer
 // Reads 8 bytes and swaps both words; a short read gives KAERR_READ_FAILED.
@@ -90,6 +95,16 @@ OSTRA_API BOOL iff_IsAIFFFileEx(KAHFILE file, DWORD* formSize, DWORD* formType =
 OSTRA_API HRESULT iff_GetAIFFWfx(KAHFILE file, WAVEFORMATEX* wfx, INT64* dataOffset = nullptr,
                                  DWORD* dataSize = nullptr, DWORD* frames = nullptr) noexcept;
 
+// The floating-point AIFC files that iff_IsAIFFFileEx and iff_GetAIFFWfx turn down:
+// FORM AIFC whose COMM names 'fl32', 'FL32', 'fl64' or 'FL64'. The format comes back as
+// WAVE_FORMAT_IEEE_FLOAT with 32 or 64 bits (from the type, whatever COMM's sample size
+// says); the samples themselves are big-endian, so a reader swaps each one. Offsets,
+// sizes and the position afterwards as iff_GetAIFFWfx; *compression gets the type. Not
+// an AIFC file: KAERR_CORRUPT_FILE; any other compression: KAERR_UNSUPPORTED_FORMAT.
+OSTRA_API HRESULT iff_GetAIFCFloatWfx(KAHFILE file, WAVEFORMATEX* wfx, INT64* dataOffset = nullptr,
+                                      DWORD* dataSize = nullptr, DWORD* frames = nullptr,
+                                      DWORD* compression = nullptr) noexcept;
+
 // ---------------------------------------------------------------- 80-bit sample rates
 // Sample rate to the 80-bit extended form: exponent word and four mantissa words, most
 // significant first, all in host order.
@@ -128,3 +143,19 @@ OSTRA_API HRESULT KaInsertAiffHeader(KAHFILE file, const WAVEFORMATEX* wfx,
                                      DWORD dataLength) noexcept;
 OSTRA_API HRESULT KaInsertAiffHeader(KAHFILE file, const _kawaveformat* wfx,
                                      DWORD dataLength) noexcept;
+
+// ---------------------------------------------------------------- AIFC float writer
+// Length of the header KaInitializeAifcFloat writes: FORM/AIFC, FVER, a 44-byte COMM
+// ('fl32' or 'fl64' with its name) and the SSND header. Samples start here.
+#define KA_AIFC_FLOAT_HEADER_LENGTH 92u
+
+// Creates an AIFC file ready for big-endian IEEE samples: tag WAVE_FORMAT_IEEE_FLOAT
+// with 32 bits ('fl32') or 64 bits ('fl64'); channels, rates, block align, open modes
+// and results as KaInitializeAiff.
+OSTRA_API HRESULT KaInitializeAifcFloat(const KAWCHAR* path, const WAVEFORMATEX* wfx,
+                                        DWORD openMode) noexcept;
+// Rewrites that header for `dataLength` sample bytes at offset 92, as KaInsertAiffHeader
+// does for its own (pad byte, restored position; a file shorter than the header gives
+// KAERR_BAD_CHUNK).
+OSTRA_API HRESULT KaInsertAifcFloatHeader(KAHFILE file, const WAVEFORMATEX* wfx,
+                                          DWORD dataLength) noexcept;

@@ -29,7 +29,7 @@ TEST(OstraConvert, EveryTypeAndContainerRoundTrips) {
       {"pcm8", 16, "wav"},      {"pcm16", 17, "wav"},     {"pcm24", 18, "w64"},
       {"pcm32", 19, "wav"},     {"pcm24in32", 48, "wav"}, {"float32", 32, "w64"},
       {"float64", 33, "wav"},   {"pcm24", 65, "aiff"},    {"pcm8", 49, "aiff"},
-      {"pcm24in32", 48, "w64"},
+      {"pcm24in32", 48, "w64"}, {"float32", 32, "aiff"},  {"float64", 33, "aiff"},
   };
   for (const Target& t : targets) {
     SCOPED_TRACE(std::string(t.type) + "/" + t.container);
@@ -81,9 +81,9 @@ TEST(OstraConvert, GainRefusalsAndCleanUp) {
   EXPECT_FALSE(same.err.empty());
   EXPECT_EQ(readFile(src), before);
 
-  // AIFF holds integer samples only; nothing is left behind.
-  const std::string aif = dir.file("float.aiff");
-  EXPECT_NE(ostra("convert " + q(src) + " " + q(aif) + " --type float32 --container aiff").status,
+  // AIFF has no 24-in-32 container; nothing is left behind.
+  const std::string aif = dir.file("padded.aiff");
+  EXPECT_NE(ostra("convert " + q(src) + " " + q(aif) + " --type pcm24in32 --container aiff").status,
             0);
   EXPECT_FALSE(std::filesystem::exists(aif));
 }

@@ -214,6 +214,9 @@ HRESULT convertFile(const ConvertRequest& r) {
   AudioWriter out;
   if (FAILED(hr = out.create(output, container, *dstFormat, {input}, std::move(carried))))
     return withReason(hr, out.refusal());
+  FormatFacts dstStored;
+  dstStored.bigEndianFloat = out.floatsBigEndian();
+  dstStored.bits = WORD(8 * KaAudio_BytesFromSampleType(dstType));
   if (FAILED(hr = KaFile_Seek(in, INT64(src.dataOffset), FILE_BEGIN, nullptr))) return hr;
   Progress progress("converting", src.frames);
   for (uint64_t done = 0; done < src.frames;) {
@@ -222,6 +225,7 @@ HRESULT convertFile(const ConvertRequest& r) {
     hr = KaFile_Read(in, inBuf.data(), DWORD(n * src.format.blockAlign), &got);
     if (FAILED(hr)) return hr;
     if (got != n * src.format.blockAlign) return KAERR_READ_FAILED;
+    swapStoredFloats(src.format, inBuf.data(), got);
     const int samples = int(n * channels);
     if (direct) {
       direct(outBuf.data(), inBuf.data(), samples, gain);
@@ -229,6 +233,7 @@ HRESULT convertFile(const ConvertRequest& r) {
       toDouble(mid.data(), inBuf.data(), samples, gain);
       fromDouble(outBuf.data(), mid.data(), samples, 1.0f);
     }
+    if (out.floatsBigEndian()) swapStoredFloats(dstStored, outBuf.data(), size_t(n * dstBlock));
     if (FAILED(hr = out.write(outBuf.data(), size_t(n * dstBlock)))) return hr;
     done += n;
     progress.update(done);

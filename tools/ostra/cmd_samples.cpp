@@ -107,6 +107,7 @@ void run(const Options& o) {
     DWORD got = 0;
     hr = KaFile_Read(file, buf.data(), DWORD(n * facts.format.blockAlign), &got);
     if (SUCCEEDED(hr) && got != n * facts.format.blockAlign) hr = KAERR_READ_FAILED;
+    if (SUCCEEDED(hr)) swapStoredFloats(facts.format, buf.data(), got);
     for (uint64_t i = 0; SUCCEEDED(hr) && i < n; ++i)
       for (unsigned c = 0; c < channels; ++c)
         values[c].push_back(

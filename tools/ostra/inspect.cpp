@@ -133,12 +133,31 @@ void loadDisplay(KAHFILE file, const tKACHUNKINFO& c, bool w64, FileFacts& facts
   displist_Destroy(list);
 }
 
+// FORM AIFC with a floating-point compression type, which the AIFF reader turns down.
+bool isFloatAifc(KAHFILE file, DWORD* formSize) {
+  WAVEFORMATEX wfx;
+  IFFCHUNKHDR form{};
+  DWORD type = 0;
+  if (FAILED(iff_GetAIFCFloatWfx(file, &wfx))) return false;
+  KaFile_Seek(file, 0, FILE_BEGIN, nullptr);
+  if (FAILED(iff_ReadFormType(file, &form, &type))) return false;
+  *formSize = form.ckSize;
+  return true;
+}
+
 void aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFacts& facts) {
   WAVEFORMATEX wfx{};
   INT64 dataOffset = 0;
   DWORD dataSize = 0, frames = 0;
   KaFile_Seek(file, 0, FILE_BEGIN, nullptr);
-  const HRESULT hr = iff_GetAIFFWfx(file, &wfx, &dataOffset, &dataSize, &frames);
+  HRESULT hr = iff_GetAIFFWfx(file, &wfx, &dataOffset, &dataSize, &frames);
+  if (hr == KAERR_CORRUPT_FILE &&
+      SUCCEEDED(iff_GetAIFCFloatWfx(file, &wfx, &dataOffset, &dataSize, &frames))) {
+    // The kernel's file-data lookup leaves these files alone, so the samples' place
+    // comes from here.
+    hr = S_OK;
+    facts.format.bigEndianFloat = true;
+  }
   if (FAILED(hr)) {
     facts.notes.push_back("no readable COMM/SSND (" + hexCode(hr) + ")");
     return;
@@ -167,6 +186,11 @@ void aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFact
       text.resize(readAt(file, c.offset + 8, text.data(), text.size()));
       facts.info.push_back({id, std::string(text.c_str(), strnlen(text.c_str(), text.size())), 0});
     }
+  }
+  if (facts.format.bigEndianFloat) {
+    facts.hasData = true;
+    facts.dataOffset = uint64_t(dataOffset);
+    facts.dataSize = dataSize;
   }
 }
 
@@ -203,7 +227,9 @@ HRESULT headerFacts(KAHFILE file, DWORD container, FileFacts& facts) {
     case KACONTAINER_AIFF:
     case KACONTAINER_AIFC: {
       DWORD formSize = 0, formType = 0, compression = 0;
-      if (!iff_IsAIFFFileEx(file, &formSize, &formType, &compression)) return KAERR_CORRUPT_FILE;
+      if (!iff_IsAIFFFileEx(file, &formSize, &formType, &compression) &&
+          !(container == KACONTAINER_AIFC && isFloatAifc(file, &formSize)))
+        return KAERR_CORRUPT_FILE;
       facts.kind = Container::Aiff;
       facts.container = container == KACONTAINER_AIFC ? "AIFC" : "AIFF";
       facts.form = facts.container;
@@ -305,6 +331,9 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
   DWORD count = 0, container = KACONTAINER_UNKNOWN;
   hr = KaGetFileChunks(file, chunks.data(), kMaxChunks, &count, &container);
   if (FAILED(hr)) return hr;
+  DWORD floatFormSize = 0;
+  if (container == KACONTAINER_UNKNOWN && isFloatAifc(file, &floatFormSize))
+    container = KACONTAINER_AIFC;
   if (hr == S_FALSE)
     facts.notes.push_back("chunk list cut at " + std::to_string(kMaxChunks) + " entries");
   chunks.resize(std::min(count, kMaxChunks));
@@ -360,11 +389,30 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
     if (data.statedSize != data.size)
       facts.notes.push_back("data stated as " + std::to_string(data.statedSize) +
                             " bytes, the file holds " + std::to_string(data.size));
-  } else {
+  } else if (!facts.format.bigEndianFloat) {
     facts.notes.push_back("no audio data found (" + hexCode(hr) + ")");
   }
   finishFrames(facts);
   return S_OK;
+}
+
+// Word-wide swaps that the compiler turns into vector shuffles.
+template <typename Word, typename Swap>
+void swapWords(uint8_t* bytes, size_t count, Swap swap) {
+  for (size_t i = 0; i + sizeof(Word) <= count; i += sizeof(Word)) {
+    Word w;
+    std::memcpy(&w, bytes + i, sizeof w);
+    w = swap(w);
+    std::memcpy(bytes + i, &w, sizeof w);
+  }
+}
+
+void swapStoredFloats(const FormatFacts& format, uint8_t* bytes, size_t count) {
+  if (!format.bigEndianFloat) return;
+  if (format.bits == 64)
+    swapWords<uint64_t>(bytes, count, [](uint64_t w) { return __builtin_bswap64(w); });
+  else
+    swapWords<uint32_t>(bytes, count, [](uint32_t w) { return __builtin_bswap32(w); });
 }
 
 HRESULT inspectPath(const std::string& path, FileFacts& facts) {

@@ -48,8 +48,9 @@ struct FormatFacts {
   std::string subformat;     // extensible descriptions only
   int32_t sampleType = 0;    // KASAMPLETYPE
   std::string sampleTypeText;
-  std::string compression;  // AIFC compression type
-  std::string rate80;       // AIFF: the 10 bytes of the 80-bit rate in hexadecimal
+  std::string compression;      // AIFC compression type
+  std::string rate80;           // AIFF: the 10 bytes of the 80-bit rate in hexadecimal
+  bool bigEndianFloat = false;  // AIFC 'fl32' / 'fl64': stored big-endian, read swapped
 };
 
 struct FileFacts {
@@ -80,6 +81,11 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts);
 HRESULT inspectPath(const std::string& path, FileFacts& facts);
 // The same for a wave image in memory, through the mriff_* family (RIFF only).
 HRESULT inspectImage(const uint8_t* data, size_t size, FileFacts& facts);
+
+// Turns stored samples into the kernel's sample type in place: the big-endian floats of
+// a floating-point AIFC file become host floats (and host floats become stored ones);
+// every other format is left as it is.
+void swapStoredFloats(const FormatFacts& format, uint8_t* bytes, size_t count);
 
 // `tcType` is the time-code format (1 to 6) that the bext time reference is shown in.
 nlohmann::json factsJson(const FileFacts& facts, unsigned tcType = 3);

@@ -85,8 +85,11 @@ KASAMPLETYPE storedType(Container container, KASAMPLETYPE t) {
     case KASAMPLE_PCM32:
     case KASAMPLE_MAC32:
       return KASAMPLE_MAC32;
+    case KASAMPLE_FLOAT32:
+    case KASAMPLE_FLOAT64:
+      return t;  // written as AIFC 'fl32' / 'fl64'
     default:
-      return KASAMPLE_NONE;  // the AIFF writer keeps integer samples only
+      return KASAMPLE_NONE;
   }
 }
 
@@ -131,8 +134,10 @@ HRESULT AudioWriter::create(const std::string& path, Container container,
       WAVEFORMATEX wfx{};
       if (KaAudio_GeneralCopyWfx(&wfx, sizeof wfx, &f, KAWFCOPY_WFX_NOMASK) < 0)
         return KAERR_UNSUPPORTED_FORMAT;
-      headerLength_ = KA_AIFF_HEADER_LENGTH;
-      hr = KaInitializeAiff(wpath.c_str(), &wfx, CREATE_ALWAYS);
+      aifcFloat_ = wfx.wFormatTag == WAVE_FORMAT_IEEE_FLOAT;
+      headerLength_ = aifcFloat_ ? KA_AIFC_FLOAT_HEADER_LENGTH : KA_AIFF_HEADER_LENGTH;
+      hr = aifcFloat_ ? KaInitializeAifcFloat(wpath.c_str(), &wfx, CREATE_ALWAYS)
+                      : KaInitializeAiff(wpath.c_str(), &wfx, CREATE_ALWAYS);
       break;
     }
     default:
@@ -217,7 +222,8 @@ HRESULT AudioWriter::finish() {
       if (written_ > 0xFFFFFFFFu - headerLength_) return KAERR_RIFF_TOO_LARGE;
       WAVEFORMATEX wfx{};
       KaAudio_GeneralCopyWfx(&wfx, sizeof wfx, &f, KAWFCOPY_WFX_NOMASK);
-      hr = KaInsertAiffHeader(file_, &wfx, DWORD(written_));
+      hr = aifcFloat_ ? KaInsertAifcFloatHeader(file_, &wfx, DWORD(written_))
+                      : KaInsertAiffHeader(file_, &wfx, DWORD(written_));
       break;
     }
   }

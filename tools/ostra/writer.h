@@ -22,7 +22,8 @@
 namespace ostra::cli {
 
 // The sample type a container stores for a requested type (AIFF keeps big-endian and
-// signed 8-bit samples), or KASAMPLE_NONE when the container cannot hold it.
+// signed 8-bit samples, and floats in an AIFC 'fl32' / 'fl64' file), or KASAMPLE_NONE
+// when the container cannot hold it.
 KASAMPLETYPE storedType(Container container, KASAMPLETYPE requested);
 
 // A chunk carried from an input to the output: its id (a RIFF four-character code, or a
@@ -53,6 +54,8 @@ class AudioWriter {
   void abandon();
   uint64_t bytesWritten() const { return written_; }
   const std::string& refusal() const { return why_; }
+  // True for AIFC floats: write() takes them big-endian, as they are stored.
+  bool floatsBigEndian() const { return aifcFloat_; }
 
  private:
   HRESULT rewriteHeader(uint64_t frames);
@@ -65,6 +68,7 @@ class AudioWriter {
   bool fact_ = false;
   std::vector<CarriedChunk> carried_;
   uint64_t fmtEnd_ = 0;
+  bool aifcFloat_ = false;
   uint64_t headerLength_ = 0;
   uint64_t written_ = 0;
   KAHFILE file_ = KA_INVALID_HFILE;

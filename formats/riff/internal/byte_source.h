@@ -1,6 +1,8 @@
 // The byte source under every chunk walker of formats/riff: an open file handle, a
 // caller's memory image, or fuzz input all look the same to the RIFF and Wave64 code.
-// Owned by the chunk layers (riff, riff64, mriff); nothing outside formats/riff uses it.
+// Owned by the chunk layers (riff, riff64, mriff) and the IFF, AIFF, wave, summary,
+// display-list and format-detection code; nothing outside formats/riff uses it except
+// tests and fuzz targets, which feed memory through SpanSource.
 #pragma once
 
 #include <cstdint>
@@ -83,6 +85,27 @@ class MemorySource final : public ByteSource {
 
  private:
   _tMRIFF* r_;
+};
+
+// A caller's read-only bytes that behave like a read-only file: positions may pass the
+// end (reads there come back empty), and writes and truncation fail as on a file opened
+// for reading. The same bytes give the same results through this and a FileSource.
+class SpanSource final : public ByteSource {
+ public:
+  SpanSource(const void* data, uint64_t size)
+      : data_(static_cast<const uint8_t*>(data)), size_(data ? size : 0) {}
+  bool read(void* dst, uint32_t n, uint32_t* got) override;
+  bool write(const void* src, uint32_t n, uint32_t* put) override;
+  uint64_t tell() override { return pos_; }
+  bool seek(uint64_t position) override;
+  bool skip(uint64_t n) override;
+  uint64_t size() override { return size_; }
+  bool truncateHere() override { return false; }
+
+ private:
+  const uint8_t* data_;
+  uint64_t size_;
+  uint64_t pos_ = 0;
 };
 
 }  // namespace ostra::riff

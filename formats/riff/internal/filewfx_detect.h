@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "formats/riff/internal/iff_io.h"
-#include "ostra/aiff.h"
+#include "formats/riff/internal/iff_source.h"
 #include "ostra/kawave.h"
 #include "ostra/riff.h"
 #include "ostra/riff64.h"
@@ -18,7 +18,7 @@ struct Detected {
   DWORD compression = 0;  // AIFC only
 };
 
-inline Detected detect(KAHFILE f) noexcept {
+inline Detected detect(ByteSource& f) noexcept {
   using namespace ostra::riff::iffio;
   Detected d;
   BYTE head[40];
@@ -29,7 +29,7 @@ inline Detected detect(KAHFILE f) noexcept {
   } else if (be32(head) == IFFID_FORM) {
     d.family = 'F';
     DWORD type = 0, comp = 0;
-    if (iff_IsAIFFFileEx(f, nullptr, &type, &comp)) {
+    if (iff::isAiff(f, nullptr, &type, &comp)) {
       d.container = type == IFFID_AIFC ? KACONTAINER_AIFC : KACONTAINER_AIFF;
       d.compression = comp;
     }
@@ -49,11 +49,13 @@ inline HRESULT openPath(const KAWCHAR* path, bool write, KAHFILE* f) noexcept {
   return FAILED(KaFile_Open(path, access, share, OPEN_EXISTING, 0, f)) ? KAERR_OPEN_FAILED : S_OK;
 }
 
+// Opens the path and hands `call` a FileSource over it.
 template <typename Call>
 HRESULT withPath(const KAWCHAR* path, bool write, Call call) noexcept {
   KAHFILE f;
   if (HRESULT hr = openPath(path, write, &f); FAILED(hr)) return hr;
-  const HRESULT hr = call(f);
+  FileSource s(f);
+  const HRESULT hr = call(s);
   KaFile_Close(f);
   return hr;
 }

@@ -1,65 +1,59 @@
-// Exact reads and writes, seeks and sizes over a KAHFILE, with the result codes the
+// Exact reads and writes, seeks and sizes over a ByteSource, with the result codes the
 // IFF, AIFF and wave-file functions report. Used by the files of formats/riff/ that
 // start with iff, aiff, wave, summary, displist and filewfx.
 #pragma once
 
 #include <cstring>
 
+#include "formats/riff/internal/byte_source.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 
 namespace ostra::riff::iffio {
 
 // One read of exactly `count` bytes; failing or short reads give KAERR_READ_FAILED.
-inline HRESULT readExact(KAHFILE f, void* buffer, DWORD count) noexcept {
-  DWORD got = 0;
-  if (FAILED(KaFile_Read(f, buffer, count, &got)) || got != count) return KAERR_READ_FAILED;
-  return S_OK;
+inline HRESULT readExact(ByteSource& s, void* buffer, DWORD count) noexcept {
+  return s.readAll(buffer, count) ? S_OK : KAERR_READ_FAILED;
 }
 
 // Reads up to `count` bytes; *got tells how many. Failures give KAERR_READ_FAILED.
-inline HRESULT readSome(KAHFILE f, void* buffer, DWORD count, DWORD* got) noexcept {
-  return FAILED(KaFile_Read(f, buffer, count, got)) ? KAERR_READ_FAILED : S_OK;
+inline HRESULT readSome(ByteSource& s, void* buffer, DWORD count, DWORD* got) noexcept {
+  uint32_t n = 0;
+  const bool ok = s.read(buffer, count, &n);
+  *got = n;
+  return ok ? S_OK : KAERR_READ_FAILED;
 }
 
-inline HRESULT writeExact(KAHFILE f, const void* buffer, DWORD count) noexcept {
-  DWORD put = 0;
-  if (FAILED(KaFile_Write(f, buffer, count, &put)) || put != count) return KAERR_WRITE_FAILED;
-  return S_OK;
+inline HRESULT writeExact(ByteSource& s, const void* buffer, DWORD count) noexcept {
+  return s.writeAll(buffer, count) ? S_OK : KAERR_WRITE_FAILED;
 }
 
 // Writes `count` zero bytes in pieces of at most 1024.
-inline HRESULT writeZeros(KAHFILE f, UINT64 count) noexcept {
+inline HRESULT writeZeros(ByteSource& s, UINT64 count) noexcept {
   static const BYTE kZeros[1024] = {};
   while (count) {
     const DWORD n = count < sizeof kZeros ? DWORD(count) : DWORD(sizeof kZeros);
-    if (HRESULT hr = writeExact(f, kZeros, n); FAILED(hr)) return hr;
+    if (HRESULT hr = writeExact(s, kZeros, n); FAILED(hr)) return hr;
     count -= n;
   }
   return S_OK;
 }
 
-inline HRESULT seekTo(KAHFILE f, INT64 position) noexcept {
-  return FAILED(KaFile_Seek(f, position, FILE_BEGIN, nullptr)) ? KAERR_READ_FAILED : S_OK;
+inline HRESULT seekTo(ByteSource& s, INT64 position) noexcept {
+  return position >= 0 && s.seek(UINT64(position)) ? S_OK : KAERR_READ_FAILED;
 }
 
-inline HRESULT seekBy(KAHFILE f, INT64 distance) noexcept {
-  return FAILED(KaFile_Seek(f, distance, FILE_CURRENT, nullptr)) ? KAERR_READ_FAILED : S_OK;
+// Forward moves are one relative seek; backward ones go through the position.
+inline HRESULT seekBy(ByteSource& s, INT64 distance) noexcept {
+  if (distance >= 0) return s.skip(UINT64(distance)) ? S_OK : KAERR_READ_FAILED;
+  const UINT64 back = UINT64(0) - UINT64(distance), at = s.tell();
+  return back <= at && s.seek(at - back) ? S_OK : KAERR_READ_FAILED;
 }
 
-inline INT64 tell(KAHFILE f) noexcept {
-  INT64 p = -1;
-  return SUCCEEDED(KaFile_GetPosition(f, &p)) ? p : -1;
-}
+inline INT64 tell(ByteSource& s) noexcept { return INT64(s.tell()); }
 
-inline UINT64 fileSize(KAHFILE f) noexcept {
-  UINT64 s = 0;
-  return SUCCEEDED(KaFile_GetSize(f, &s)) ? s : 0;
-}
+inline UINT64 fileSize(ByteSource& s) noexcept { return s.size(); }
 
-// Opens a file for the set-up functions: read and write, shared for reading, with
-// open-existing taken as truncate-existing and open-always as create-always (a header
-// is always written over an empty file). Any failure is KAERR_OPEN_FAILED.
 inline HRESULT openForSetup(const KAWCHAR* path, DWORD mode, KAHFILE* f) noexcept {
   if (mode == OPEN_EXISTING)
     mode = TRUNCATE_EXISTING;
