@@ -1,20 +1,18 @@
-// Arbitrary bytes through the header repair planner, and the plan applied to a copy: the
-// plan may refuse, but whatever it plans must lie inside the header it found.
+// Arbitrary bytes in memory through the header repair planner, and the plan applied: the
+// plan may refuse, but whatever it plans must lie inside the header it found, and
+// applying it to the bytes it was made from must succeed.
 #include <cstdint>
 
-#include "ostra/kawave.h"
-#include "scratch_file.h"
+#include "formats/riff/internal/source_parsers.h"
+#include "memory_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const ostra::fuzz::ScratchFile scratch("repair-plan", SIZE_MAX);
-  const KAHFILE file = scratch.open(data, size);
-  if (file == KA_INVALID_HFILE) return 0;
+  ostra::fuzz::MemoryFile f(data, size);
   tKAWAVREPAIR plan{};
-  if (SUCCEEDED(KaPlanWavRepair(file, &plan))) {
+  if (SUCCEEDED(ostra::riff::planWavRepair(f, &plan))) {
     for (DWORD i = 0; i < plan.changeCount; ++i)
       if (plan.changes[i].offset + plan.changes[i].length > plan.dataOffset) __builtin_trap();
-    if (FAILED(KaApplyWavRepair(file, &plan))) __builtin_trap();
+    if (FAILED(ostra::riff::applyWavRepair(f, &plan))) __builtin_trap();
   }
-  KaFile_Close(file);
   return 0;
 }

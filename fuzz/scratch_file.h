@@ -1,6 +1,7 @@
-// A scratch file per fuzz process for the targets that parse files through a handle
-// (riff_*, riff64_*, aiff_*, displist_*, repair_*, summary_*): every input is written to
-// it and the file is reopened, so the parsers see exactly the fuzz bytes.
+// A scratch file per fuzz process for the targets that still parse through a file handle
+// (the riff_* and riff64_* walks, the tool's `info`, bitmaps): every input is written to
+// it and the file is reopened, so the parsers see exactly the fuzz bytes. The other
+// targets feed memory through memory_file.h.
 #pragma once
 
 #include <cstddef>

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "formats/riff/internal/byte_source.h"
+#include "formats/riff/internal/source_parsers.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kawave.h"
@@ -91,7 +93,7 @@ bool knownTrailingId(const uint8_t* p) {
 
 class Planner {
  public:
-  Planner(KAHFILE file, tKAWAVREPAIR* plan) : file_(file), plan_(plan) {}
+  Planner(ostra::riff::ByteSource& source, tKAWAVREPAIR* plan) : src_(source), plan_(plan) {}
   HRESULT run();
 
  private:
@@ -161,14 +163,12 @@ class Planner {
 
   // Reading past the head, for the chunks after the samples.
   bool readAt(uint64_t pos, void* buf, size_t n) const {
-    DWORD got = 0;
-    return SUCCEEDED(KaFile_Seek(file_, INT64(pos), FILE_BEGIN, nullptr)) &&
-           SUCCEEDED(KaFile_Read(file_, buf, DWORD(n), &got)) && got == n;
+    return n <= 0xFFFFFFFFu && src_.seek(pos) && src_.readAll(buf, uint32_t(n));
   }
   uint64_t chainEnd(uint64_t pos, bool requireKnownFirst) const;
   uint64_t audioEnd(uint64_t from) const;
 
-  KAHFILE file_;
+  ostra::riff::ByteSource& src_;
   tKAWAVREPAIR* plan_;
   Layout l_{};
   uint64_t length_ = 0;
@@ -192,8 +192,7 @@ void Planner::change(uint64_t offset, const uint8_t* after, unsigned n, const ch
 
 HRESULT Planner::run() {
   *plan_ = tKAWAVREPAIR{};
-  UINT64 size = 0;
-  if (FAILED(KaFile_GetSize(file_, &size))) return KAERR_READ_FAILED;
+  const uint64_t size = src_.size();
   length_ = size;
   plan_->fileLength = size;
   if (length_ == 0) return refuse(KAERR_EMPTY_FILE, "the file is empty");
@@ -470,35 +469,44 @@ HRESULT Planner::sizes() {
 
 }  // namespace
 
-HRESULT KaPlanWavRepair(KAHFILE file, tKAWAVREPAIR* plan) noexcept {
+namespace ostra::riff {
+
+HRESULT planWavRepair(ByteSource& source, tKAWAVREPAIR* plan) noexcept {
   if (!plan) return E_POINTER;
   try {
-    return Planner(file, plan).run();
+    return Planner(source, plan).run();
   } catch (...) {
     return E_OUTOFMEMORY;
   }
 }
 
-HRESULT KaApplyWavRepair(KAHFILE file, const tKAWAVREPAIR* plan) noexcept {
+HRESULT applyWavRepair(ByteSource& s, const tKAWAVREPAIR* plan) noexcept {
   if (!plan || plan->changeCount > KAREPAIR_MAX_CHANGES) return E_INVALIDARG;
   // Every change is checked against the file before any is written.
   for (DWORD i = 0; i < plan->changeCount; ++i) {
     const tKAREPAIRCHANGE& c = plan->changes[i];
     uint8_t now[16];
-    DWORD got = 0;
     if (c.length == 0 || c.length > 16 || c.offset + c.length > plan->dataOffset)
       return E_INVALIDARG;
-    if (FAILED(KaFile_Seek(file, INT64(c.offset), FILE_BEGIN, nullptr)) ||
-        FAILED(KaFile_Read(file, now, c.length, &got)) || got != c.length)
-      return KAERR_READ_FAILED;
+    if (!s.seek(c.offset) || !s.readAll(now, c.length)) return KAERR_READ_FAILED;
     if (std::memcmp(now, c.before, c.length) != 0) return KAERR_CORRUPT_FILE;
   }
   for (DWORD i = 0; i < plan->changeCount; ++i) {
     const tKAREPAIRCHANGE& c = plan->changes[i];
-    DWORD put = 0;
-    if (FAILED(KaFile_Seek(file, INT64(c.offset), FILE_BEGIN, nullptr)) ||
-        FAILED(KaFile_Write(file, c.after, c.length, &put)) || put != c.length)
-      return KAERR_WRITE_FAILED;
+    if (!s.seek(c.offset) || !s.writeAll(c.after, c.length)) return KAERR_WRITE_FAILED;
   }
-  return plan->changeCount ? KaFile_Flush(file) : S_OK;
+  return S_OK;
+}
+
+}  // namespace ostra::riff
+
+HRESULT KaPlanWavRepair(KAHFILE file, tKAWAVREPAIR* plan) noexcept {
+  ostra::riff::FileSource source(file);
+  return ostra::riff::planWavRepair(source, plan);
+}
+
+HRESULT KaApplyWavRepair(KAHFILE file, const tKAWAVREPAIR* plan) noexcept {
+  ostra::riff::FileSource source(file);
+  const HRESULT hr = ostra::riff::applyWavRepair(source, plan);
+  return SUCCEEDED(hr) && plan->changeCount ? KaFile_Flush(file) : hr;
 }

@@ -28,6 +28,10 @@ HRESULT displistSave(ByteSource& s, const _displisttag* list, DWORD* written);
 HRESULT displist64Load(ByteSource& s, _displisttag* list, INT64* remaining);
 HRESULT displist64Save(ByteSource& s, const _displisttag* list, UINT64* written);
 
+// The header repair (KaPlanWavRepair / KaApplyWavRepair) over any source.
+HRESULT planWavRepair(ByteSource& s, tKAWAVREPAIR* plan) noexcept;
+HRESULT applyWavRepair(ByteSource& s, const tKAWAVREPAIR* plan) noexcept;
+
 namespace filewfx {
 HRESULT getFileWfx(ByteSource& s, _kawaveformat* wfx, DWORD bufferSize);
 HRESULT setFileWfx(ByteSource& s, const _kawaveformat* wfx);
