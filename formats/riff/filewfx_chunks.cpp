@@ -193,3 +193,10 @@ HRESULT KaGetFileChunks(KAHFILE file, tKACHUNKINFO* chunks, DWORD capacity, DWOR
   FileSource s(file);
   return getFileChunks(s, chunks, capacity, count, container);
 }
+
+HRESULT KaGetImageChunks(const void* image, UINT64 size, tKACHUNKINFO* chunks, DWORD capacity,
+                         DWORD* count, DWORD* container) noexcept {
+  if (!image && size) return E_POINTER;
+  ostra::riff::SpanSource s(image, size);
+  return getFileChunks(s, chunks, capacity, count, container);
+}

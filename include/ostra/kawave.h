@@ -271,3 +271,7 @@ struct tKACHUNKINFO {
 // still listed); S_FALSE when the list was cut to capacity.
 OSTRA_API HRESULT KaGetFileChunks(KAHFILE file, tKACHUNKINFO* chunks, DWORD capacity, DWORD* count,
                                   DWORD* container = nullptr) noexcept;
+// The same for a file's bytes in memory (a wave, Wave64, AIFF or AIFC image of `size`
+// bytes), through the same walk.
+OSTRA_API HRESULT KaGetImageChunks(const void* image, UINT64 size, tKACHUNKINFO* chunks,
+                                   DWORD capacity, DWORD* count, DWORD* container = nullptr) noexcept;

@@ -274,12 +274,18 @@ struct ImageWalker {
       pos += 8 + even(n);
     }
   }
-  void walk(uint64_t limit) {
-    for (uint64_t pos = 12; pos + 8 <= limit;) {
-      if (facts.chunks.size() >= kMaxChunks) {
-        facts.notes.push_back("chunk list cut at " + std::to_string(kMaxChunks) + " chunks");
-        break;
-      }
+  // The chunks come from the kernel's chunk list of the image; their bodies are read with
+  // the memory family's calls.
+  void walk(const uint8_t* image, uint64_t imageSize, uint64_t limit) {
+    DWORD count = 0;
+    std::vector<tKACHUNKINFO> list(kMaxChunks);
+    if (FAILED(KaGetImageChunks(image, imageSize, list.data(), kMaxChunks, &count))) return;
+    if (count > kMaxChunks)
+      facts.notes.push_back("chunk list cut at " + std::to_string(kMaxChunks) + " chunks");
+    list.resize(std::min<size_t>(count, kMaxChunks));
+    for (const tKACHUNKINFO& c : list) {
+      const uint64_t pos = c.offset;
+      if (c.depth || pos + 8 > limit) continue;
       DWORD id = 0, size = 0;
       if (!seek(pos) || FAILED(mriff_ReadChunkHeader(&rec, &id, &size))) break;
       facts.chunks.push_back({fourCCText(id), pos, size});
@@ -313,7 +319,6 @@ struct ImageWalker {
           facts.display.push_back(std::move(d));
         }
       }
-      pos = body + even(size);
     }
   }
 };
@@ -445,7 +450,7 @@ HRESULT inspectImage(const uint8_t* data, size_t size, FileFacts& facts) {
                           " does not match the image");
     limit = size;
   }
-  w.walk(limit);
+  w.walk(data, size, limit);
   finishFrames(facts);
   return S_OK;
 }
