@@ -293,6 +293,24 @@ HRESULT insertAifcFloatHeader(ByteSource& file, const WAVEFORMATEX* wfx, DWORD d
                        [&](BYTE* h) { buildFloatHeader(*wfx, dataLength, h); });
 }
 
+// A new file holding only a header, as the set-up functions write it: the format is
+// checked by `writable`, the header built by `build`.
+template <size_t N, class Writable, class Build>
+HRESULT writeNewHeader(const KAWCHAR* path, const WAVEFORMATEX* wfx, DWORD openMode,
+                       Writable writable, Build build) {
+  if (!path || !wfx) return E_INVALIDARG;
+  if (!writable(*wfx)) return KAERR_UNSUPPORTED_FORMAT;
+  if (wfx->nSamplesPerSec > kMaxWriterRate) return KAERR_SAMPLE_RATE;
+  KAHFILE f;
+  if (HRESULT hr = iffio::openForSetup(path, openMode, &f); FAILED(hr)) return hr;
+  BYTE header[N];
+  build(*wfx, 0, header);
+  FileSource s(f);
+  const HRESULT hr = iffio::writeExact(s, header, sizeof header);
+  KaFile_Close(f);
+  return hr;
+}
+
 }  // namespace ostra::riff::iff
 
 namespace iff = ostra::riff::iff;
@@ -362,17 +380,8 @@ HRESULT aiff_WriteByteSwap32(KAHFILE file, const DWORD* samples, DWORD count,
 }
 
 HRESULT KaInitializeAiff(const KAWCHAR* path, const WAVEFORMATEX* wfx, DWORD openMode) noexcept {
-  if (!path || !wfx) return E_INVALIDARG;
-  if (!iff::writableFormat(*wfx)) return KAERR_UNSUPPORTED_FORMAT;
-  if (wfx->nSamplesPerSec > iff::kMaxWriterRate) return KAERR_SAMPLE_RATE;
-  KAHFILE f;
-  if (HRESULT hr = openForSetup(path, openMode, &f); FAILED(hr)) return hr;
-  BYTE header[KA_AIFF_HEADER_LENGTH];
-  iff::buildHeader(*wfx, 0, header);
-  FileSource s(f);
-  const HRESULT hr = writeExact(s, header, sizeof header);
-  KaFile_Close(f);
-  return hr;
+  return iff::writeNewHeader<KA_AIFF_HEADER_LENGTH>(path, wfx, openMode, iff::writableFormat,
+                                                    iff::buildHeader);
 }
 
 HRESULT KaInsertAiffHeader(KAHFILE file, const WAVEFORMATEX* wfx, DWORD dataLength) noexcept {
@@ -392,17 +401,8 @@ HRESULT KaInsertAiffHeader(KAHFILE file, const _kawaveformat* wfx, DWORD dataLen
 
 HRESULT KaInitializeAifcFloat(const KAWCHAR* path, const WAVEFORMATEX* wfx,
                               DWORD openMode) noexcept {
-  if (!path || !wfx) return E_INVALIDARG;
-  if (!iff::writableFloat(*wfx)) return KAERR_UNSUPPORTED_FORMAT;
-  if (wfx->nSamplesPerSec > iff::kMaxWriterRate) return KAERR_SAMPLE_RATE;
-  KAHFILE f;
-  if (HRESULT hr = openForSetup(path, openMode, &f); FAILED(hr)) return hr;
-  BYTE header[KA_AIFC_FLOAT_HEADER_LENGTH];
-  iff::buildFloatHeader(*wfx, 0, header);
-  FileSource s(f);
-  const HRESULT hr = writeExact(s, header, sizeof header);
-  KaFile_Close(f);
-  return hr;
+  return iff::writeNewHeader<KA_AIFC_FLOAT_HEADER_LENGTH>(path, wfx, openMode, iff::writableFloat,
+                                                          iff::buildFloatHeader);
 }
 
 HRESULT KaInsertAifcFloatHeader(KAHFILE file, const WAVEFORMATEX* wfx, DWORD dataLength) noexcept {
