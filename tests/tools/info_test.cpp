@@ -118,3 +118,26 @@ TEST(OstraInfo, SeveralFilesGiveAnArrayAndBadInputAClearError) {
 
 }  // namespace
 }  // namespace ostra::tooltest
+
+namespace ostra::tooltest {
+namespace {
+
+// An AIFF file whose COMM frame count disagrees with its samples gets a note; one that
+// agrees does not.
+TEST(OstraInfo, AiffFrameCountNote) {
+  TempDir dir;
+  const Bytes samples = Bytes(400, 1);  // 100 frames of 16-bit stereo
+  for (const uint32_t stated : {100u, 999u}) {
+    SCOPED_TRACE(stated);
+    const std::string path = dir.file("f" + std::to_string(stated) + ".aiff");
+    writeFile(path, aiff(2, stated, 16, 44100, samples));
+    const auto j = ostraJson("info --json " + q(path));
+    ASSERT_FALSE(j.is_null());
+    EXPECT_EQ(j["frames"], 100);
+    const bool noted = j.contains("notes") && j["notes"].dump().find("COMM states 999") != std::string::npos;
+    EXPECT_EQ(noted, stated == 999);
+  }
+}
+
+}  // namespace
+}  // namespace ostra::tooltest

@@ -145,7 +145,8 @@ bool isFloatAifc(KAHFILE file, DWORD* formSize) {
   return true;
 }
 
-void aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFacts& facts) {
+// Returns the frame count COMM states (0 when there is no readable COMM).
+DWORD aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFacts& facts) {
   WAVEFORMATEX wfx{};
   INT64 dataOffset = 0;
   DWORD dataSize = 0, frames = 0;
@@ -160,7 +161,7 @@ void aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFact
   }
   if (FAILED(hr)) {
     facts.notes.push_back("no readable COMM/SSND (" + hexCode(hr) + ")");
-    return;
+    return 0;
   }
   formatFromBytes(reinterpret_cast<const uint8_t*>(&wfx), sizeof wfx, facts.format);
   facts.hasFormat = true;
@@ -179,8 +180,6 @@ void aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFact
           got >= 22
               ? fourCCText(KaFourCC(char(comm[18]), char(comm[19]), char(comm[20]), char(comm[21])))
               : "NONE";
-      if (frames != facts.frames && facts.hasData)
-        facts.notes.push_back("COMM states " + std::to_string(frames) + " frames");
     } else if (id == "NAME" || id == "AUTH" || id == "(c) " || id == "ANNO") {
       std::string text(size_t(std::min<uint64_t>(c.size, kMaxText)), '\0');
       text.resize(readAt(file, c.offset + 8, text.data(), text.size()));
@@ -192,6 +191,7 @@ void aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFact
     facts.dataOffset = uint64_t(dataOffset);
     facts.dataSize = dataSize;
   }
+  return frames;
 }
 
 HRESULT headerFacts(KAHFILE file, DWORD container, FileFacts& facts) {
@@ -383,7 +383,7 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
       if (!facts.bext) facts.notes.push_back("bext chunk too short");
     }
   }
-  if (facts.kind == Container::Aiff) aiffDetails(file, chunks, facts);
+  const DWORD commFrames = facts.kind == Container::Aiff ? aiffDetails(file, chunks, facts) : 0;
 
   tKAAUDIODATA data{};
   hr = KaGetFileAudioData(file, &data);
@@ -398,6 +398,8 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
     facts.notes.push_back("no audio data found (" + hexCode(hr) + ")");
   }
   finishFrames(facts);
+  if (facts.kind == Container::Aiff && facts.hasData && commFrames != facts.frames)
+    facts.notes.push_back("COMM states " + std::to_string(commFrames) + " frames");
   return S_OK;
 }
 
