@@ -26,6 +26,51 @@ enum KAFIOSTREAMTYPE : DWORD {
 struct IKaReadStream;
 struct IKaReadMeta;
 
+// ---------------------------------------------------------------- streams
+// The byte-stream contract plug-ins and the manager exchange data through (the platform's
+// IStream in slot order): sequential reads and writes at a seek pointer, 64-bit seeks
+// from the start, the current position or the end, a size, and a clone with its own
+// pointer over the same bytes.
+#define STREAM_SEEK_SET 0u
+#define STREAM_SEEK_CUR 1u
+#define STREAM_SEEK_END 2u
+#define STGTY_STREAM 2u
+
+struct KASTATSTG {
+  KAWCHAR* name;  // null unless asked for; free with KaGlobalFreePtr
+  DWORD type;     // STGTY_STREAM
+  UINT64 size;
+};
+
+struct ISequentialStream : IUnknown {
+  STDMETHOD(Read)(void* buffer, ULONG bytes, ULONG* read) = 0;
+  STDMETHOD(Write)(const void* buffer, ULONG bytes, ULONG* written) = 0;
+};
+
+struct IStream : ISequentialStream {
+  STDMETHOD(Seek)(INT64 move, DWORD origin, UINT64* position) = 0;
+  STDMETHOD(SetSize)(UINT64 size) = 0;
+  STDMETHOD(CopyTo)(IStream* to, UINT64 bytes, UINT64* read, UINT64* written) = 0;
+  STDMETHOD(Commit)(DWORD flags) = 0;
+  STDMETHOD(Revert)() = 0;
+  STDMETHOD(LockRegion)(UINT64 offset, UINT64 bytes, DWORD type) = 0;
+  STDMETHOD(UnlockRegion)(UINT64 offset, UINT64 bytes, DWORD type) = 0;
+  STDMETHOD(Stat)(KASTATSTG* stat, DWORD flags) = 0;
+  STDMETHOD(Clone)(IStream** clone) = 0;
+};
+
+inline constexpr IID IID_ISequentialStream = KaGuid("0C733A30-2A1C-11CE-ADE5-00AA0044773D");
+inline constexpr IID IID_IStream = KaGuid("0000000C-0000-0000-C000-000000000046");
+
+// A stream over a file (CKaFileStream): `writable` opens it for reading and writing,
+// creating it when missing. STATFLAG_NONAME (1) in Stat leaves the name out.
+OSTRA_API HRESULT KaFio_CreateFileStream(const KAWCHAR* path, BOOL writable, IStream** stream) noexcept;
+// A stream over a copy of `bytes` (CKaMemStream), growing as it is written.
+OSTRA_API HRESULT KaFio_CreateMemStream(const void* bytes, UINT64 size, IStream** stream) noexcept;
+// A stream over UTF-16 text (CKaTextStream): its bytes are the text's code units,
+// little-endian, without a terminator; read-only.
+OSTRA_API HRESULT KaFio_CreateTextStream(const KAWCHAR* text, IStream** stream) noexcept;
+
 // One stream of an open file.
 struct IKaReadStream : IUnknown {
   // KAFIOSTREAMTYPE.
