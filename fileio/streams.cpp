@@ -119,7 +119,8 @@ class FileStore final : public Store {
 
 class Stream final : public IStream {
  public:
-  explicit Stream(std::shared_ptr<Store> store, UINT64 pos = 0) : store_(std::move(store)), pos_(pos) {}
+  explicit Stream(std::shared_ptr<Store> store, UINT64 pos = 0)
+      : store_(std::move(store)), pos_(pos) {}
 
   STDMETHOD(QueryInterface)(REFIID riid, void** ppv) override {
     if (!ppv) return E_POINTER;

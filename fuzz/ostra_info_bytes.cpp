@@ -7,9 +7,9 @@
 
 #include "../tools/ostra/bext.cpp"
 #include "../tools/ostra/info_text.cpp"
-#include "../tools/ostra/label_text.cpp"
 #include "../tools/ostra/inspect.cpp"
 #include "../tools/ostra/inspect_render.cpp"
+#include "../tools/ostra/label_text.cpp"
 #include "../tools/ostra/text.cpp"
 #include "ostra/kaplatform.h"
 #include "scratch_file.h"

@@ -26,7 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   KaSummary_Free(&list);
   f.seek(0);
-  if (SUCCEEDED(riff::summaryLoadUnfo(f, &list, &remaining))) riff::summarySaveUnfo(f, &list, nullptr);
+  if (SUCCEEDED(riff::summaryLoadUnfo(f, &list, &remaining)))
+    riff::summarySaveUnfo(f, &list, nullptr);
   KaSummary_Free(&list);
   f.seek(0);
   KAWCHAR text[16];

@@ -29,7 +29,6 @@ inline void convertPairs(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeff
   }
 }
 
-
 }  // namespace
 
 void uyvyToBgra_plain(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeffs& k) {
@@ -48,8 +47,7 @@ UyvyTable uyvyTableFor(DWORD cpu) noexcept {
     t.toBgr = uyvyToBgr_avx2;
   }
   constexpr DWORD kAvx512 = KACPU_AVX2 | KACPU_AVX512F | KACPU_AVX512BW;
-  if ((cpu & kAvx512) == kAvx512)
-    t.toBgra = uyvyToBgra_avx512;
+  if ((cpu & kAvx512) == kAvx512) t.toBgra = uyvyToBgra_avx512;
 #else
   (void)cpu;
 #endif

@@ -29,15 +29,23 @@ HRESULT openPath(const char* path, DWORD access, DWORD share, DWORD disposition,
   const bool rd = access & GENERIC_READ, wr = access & GENERIC_WRITE;
   oflags |= (rd && wr) ? O_RDWR : wr ? O_WRONLY : O_RDONLY;
   switch (disposition) {
-    case CREATE_NEW: oflags |= O_CREAT | O_EXCL; break;
-    case CREATE_ALWAYS: oflags |= O_CREAT | O_TRUNC; break;
-    case OPEN_EXISTING: break;
-    case OPEN_ALWAYS: oflags |= O_CREAT; break;
+    case CREATE_NEW:
+      oflags |= O_CREAT | O_EXCL;
+      break;
+    case CREATE_ALWAYS:
+      oflags |= O_CREAT | O_TRUNC;
+      break;
+    case OPEN_EXISTING:
+      break;
+    case OPEN_ALWAYS:
+      oflags |= O_CREAT;
+      break;
     case TRUNCATE_EXISTING:
       if (!wr) return E_INVALIDARG;
       oflags |= O_TRUNC;
       break;
-    default: return E_INVALIDARG;
+    default:
+      return E_INVALIDARG;
   }
   if ((oflags & (O_CREAT | O_TRUNC)) && !wr) return E_INVALIDARG;
   int fd;
@@ -119,8 +127,7 @@ HRESULT KaFile_Write(KAHFILE file, const void* buffer, DWORD count, DWORD* writt
   if (!buffer && count) return E_POINTER;
   DWORD total = 0;
   while (total < count) {
-    const int64_t n =
-        sysOps().write(file, static_cast<const char*>(buffer) + total, count - total);
+    const int64_t n = sysOps().write(file, static_cast<const char*>(buffer) + total, count - total);
     if (n < 0) {
       if (errno == EINTR) continue;
       if (written) *written = total;
@@ -138,8 +145,10 @@ HRESULT KaFile_Write(KAHFILE file, const void* buffer, DWORD count, DWORD* writt
 
 HRESULT KaFile_Seek(KAHFILE file, INT64 distance, DWORD method, INT64* newPosition) noexcept {
   if (file < 0) return E_HANDLE;
-  const int whence = method == FILE_BEGIN ? SEEK_SET : method == FILE_CURRENT ? SEEK_CUR
-                     : method == FILE_END ? SEEK_END : -1;
+  const int whence = method == FILE_BEGIN     ? SEEK_SET
+                     : method == FILE_CURRENT ? SEEK_CUR
+                     : method == FILE_END     ? SEEK_END
+                                              : -1;
   if (whence < 0) return E_INVALIDARG;
   const int64_t pos = sysOps().seek(file, distance, whence);
   if (pos < 0) return KaHresultFromLastError();

@@ -12,7 +12,7 @@ using ostra::platform::sysOps;
 namespace {
 
 constexpr uint32_t kMagic = 0x4D4C4747;  // "GGLM"
-constexpr size_t kPrefix = 16;          // keeps the payload 16-byte aligned
+constexpr size_t kPrefix = 16;           // keeps the payload 16-byte aligned
 // Larger requests fail at once (beyond any machine; the sanitizers abort on them).
 constexpr size_t kMaxBlock = size_t(1) << 39;
 
@@ -63,7 +63,8 @@ KAHGLOBAL KaGlobalReAlloc(KAHGLOBAL mem, SIZE_T bytes, UINT flags) noexcept {
   if (bytes > kMaxBlock) return nullptr;
   auto* raw = static_cast<unsigned char*>(sysOps().realloc(b->raw, bytes + kPrefix));
   if (!raw) return nullptr;
-  if ((flags & GMEM_ZEROINIT) && bytes > b->size) std::memset(raw + kPrefix + b->size, 0, bytes - b->size);
+  if ((flags & GMEM_ZEROINIT) && bytes > b->size)
+    std::memset(raw + kPrefix + b->size, 0, bytes - b->size);
   gLiveBytes.fetch_add(bytes, std::memory_order_relaxed);
   gLiveBytes.fetch_sub(b->size, std::memory_order_relaxed);
   b->raw = raw;
@@ -99,7 +100,7 @@ KAHGLOBAL KaGlobalHandle(const void* locked) noexcept {
   Block* b;
   std::memcpy(&b, static_cast<const unsigned char*>(locked) - kPrefix, sizeof b);
   return (b && b->magic == kMagic && b->raw + kPrefix == locked) ? reinterpret_cast<KAHGLOBAL>(b)
-                                                                : nullptr;
+                                                                 : nullptr;
 }
 
 KAHGLOBAL KaGlobalFree(KAHGLOBAL mem) noexcept {

@@ -33,8 +33,10 @@ int KaMessageBox(HWND owner, const KAWCHAR* text, const KAWCHAR* caption, UINT f
   try {
     const std::string c = ostra::text::utf16ToUtf8(caption);
     const std::string t = ostra::text::utf16ToUtf8(text);
-    if (c.empty()) std::fprintf(stderr, "%s\n", t.c_str());
-    else std::fprintf(stderr, "%s: %s\n", c.c_str(), t.c_str());
+    if (c.empty())
+      std::fprintf(stderr, "%s\n", t.c_str());
+    else
+      std::fprintf(stderr, "%s: %s\n", c.c_str(), t.c_str());
   } catch (...) {
   }
   return IDOK;

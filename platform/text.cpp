@@ -28,7 +28,8 @@ std::u16string utf8ToUtf16(std::string_view s) {
       const size_t need = c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
       uint32_t v = c & (0x3F >> (need - 1));
       size_t k = 1;
-      for (; k < need && i + k < s.size() && (p[i + k] & 0xC0) == 0x80; ++k) v = (v << 6) | (p[i + k] & 0x3F);
+      for (; k < need && i + k < s.size() && (p[i + k] & 0xC0) == 0x80; ++k)
+        v = (v << 6) | (p[i + k] & 0x3F);
       const bool overlong = (need == 3 && v < 0x800) || (need == 4 && v < 0x10000);
       if (k == need && !overlong && v <= 0x10FFFF && (v < 0xD800 || v > 0xDFFF)) {
         cp = v;
@@ -54,7 +55,8 @@ std::string utf16ToUtf8(std::u16string_view s) {
   out.reserve(s.size());
   for (size_t i = 0; i < s.size(); ++i) {
     uint32_t cp = s[i];
-    if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF) {
+    if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < s.size() && s[i + 1] >= 0xDC00 &&
+        s[i + 1] <= 0xDFFF) {
       cp = 0x10000 + ((cp - 0xD800) << 10) + (s[i + 1] - 0xDC00);
       ++i;
     } else if (cp >= 0xD800 && cp <= 0xDFFF) {
@@ -136,7 +138,8 @@ bool toUtf16(UINT cp, std::string_view s, std::u16string& out) {
   }
   std::string bytes;
   static const char kRep[2] = {char(0xFD), char(0xFF)};
-  if (!convert("UTF-16LE", iconvName(cp).c_str(), s.data(), s.size(), 1, bytes, kRep, 2)) return false;
+  if (!convert("UTF-16LE", iconvName(cp).c_str(), s.data(), s.size(), 1, bytes, kRep, 2))
+    return false;
   out.resize(bytes.size() / 2);
   for (size_t i = 0; i < out.size(); ++i)
     out[i] = char16_t(uint8_t(bytes[2 * i]) | (uint8_t(bytes[2 * i + 1]) << 8));
@@ -154,8 +157,10 @@ bool fromUtf16(UINT cp, std::u16string_view s, std::string& out, bool strict = f
     le[2 * i] = char(s[i] & 0xFF);
     le[2 * i + 1] = char(s[i] >> 8);
   }
-  if (strict) return convert(iconvName(cp).c_str(), "UTF-16LE", le.data(), le.size(), 2, out, "", 0, true);
-  return convert((iconvName(cp) + "//TRANSLIT").c_str(), "UTF-16LE", le.data(), le.size(), 2, out, "?", 1);
+  if (strict)
+    return convert(iconvName(cp).c_str(), "UTF-16LE", le.data(), le.size(), 2, out, "", 0, true);
+  return convert((iconvName(cp) + "//TRANSLIT").c_str(), "UTF-16LE", le.data(), le.size(), 2, out,
+                 "?", 1);
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 set -euo pipefail
 pkgs=(build-essential cmake ninja-build ccache pkg-config git
       libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev nlohmann-json3-dev
-      clang libclang-rt-14-dev libomp-dev
+      clang clang-format libclang-rt-14-dev libomp-dev
       sox libsox-fmt-all ffmpeg sndfile-programs libsndfile1-dev
       libswresample-dev libswscale-dev libavutil-dev libyuv-dev libltc-dev)
 missing=()

@@ -3,7 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup-deps.sh
-bash scripts/check-tree.sh
+bash scripts/check-tree.sh --format
 cmake --preset release >/dev/null
 cmake --build --preset release
 ctest --preset release --output-on-failure -j2

@@ -83,8 +83,7 @@ void BM_Ours_AVX2(benchmark::State& s) {
 }
 void BM_Ours_AVX512(benchmark::State& s) {
   constexpr DWORD kAvx512 = KACPU_AVX512F | KACPU_AVX512BW;
-  if ((KaGetCPUSupport(0) & kAvx512) != kAvx512)
-    return s.SkipWithError("no AVX-512");
+  if ((KaGetCPUSupport(0) & kAvx512) != kAvx512) return s.SkipWithError("no AVX-512");
   variant(s, uyvyToBgra_avx512);
 }
 #endif

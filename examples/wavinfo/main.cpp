@@ -75,7 +75,8 @@ int main(int argc, char** argv) {
   toFloat(samples.data(), raw.data(), int32_t(samples.size()), 1.0f);
   for (unsigned c = 0; c < channels; ++c) {
     float peak = 0;
-    for (uint64_t i = 0; i < block; ++i) peak = std::max(peak, std::fabs(samples[i * channels + c]));
+    for (uint64_t i = 0; i < block; ++i)
+      peak = std::max(peak, std::fabs(samples[i * channels + c]));
     std::printf("  channel %u: peak %.1f dBFS in the first %llu frames\n", c + 1,
                 peak > 0 ? 20 * std::log10(peak) : -INFINITY, (unsigned long long)block);
   }

@@ -6,15 +6,15 @@
 #include <cstdint>
 
 #if defined(_WIN32)
-#  if defined(OSTRA_BUILDING_KERNEL)
-#    define OSTRA_API __declspec(dllexport)
-#  elif defined(OSTRA_STATIC_KERNEL)
-#    define OSTRA_API
-#  else
-#    define OSTRA_API __declspec(dllimport)
-#  endif
+#if defined(OSTRA_BUILDING_KERNEL)
+#define OSTRA_API __declspec(dllexport)
+#elif defined(OSTRA_STATIC_KERNEL)
+#define OSTRA_API
 #else
-#  define OSTRA_API __attribute__((visibility("default")))
+#define OSTRA_API __declspec(dllimport)
+#endif
+#else
+#define OSTRA_API __attribute__((visibility("default")))
 #endif
 
 #define STDMETHODCALLTYPE
@@ -40,10 +40,10 @@ typedef intptr_t LONG_PTR;
 typedef uintptr_t DWORD_PTR;
 
 #ifndef TRUE
-#  define TRUE 1
+#define TRUE 1
 #endif
 #ifndef FALSE
-#  define FALSE 0
+#define FALSE 0
 #endif
 
 // Wide text is UTF-16 on every platform.

@@ -64,7 +64,8 @@ inline constexpr IID IID_IStream = KaGuid("0000000C-0000-0000-C000-000000000046"
 
 // A stream over a file (CKaFileStream): `writable` opens it for reading and writing,
 // creating it when missing. STATFLAG_NONAME (1) in Stat leaves the name out.
-OSTRA_API HRESULT KaFio_CreateFileStream(const KAWCHAR* path, BOOL writable, IStream** stream) noexcept;
+OSTRA_API HRESULT KaFio_CreateFileStream(const KAWCHAR* path, BOOL writable,
+                                         IStream** stream) noexcept;
 // A stream over a copy of `bytes` (CKaMemStream), growing as it is written.
 OSTRA_API HRESULT KaFio_CreateMemStream(const void* bytes, UINT64 size, IStream** stream) noexcept;
 // A stream over UTF-16 text (CKaTextStream): its bytes are the text's code units,

@@ -22,9 +22,9 @@
 
 // ---------------------------------------------------------------- frame
 // The first call into the kernel, on the host's main thread. `module` is the module whose
-// texts the kernel uses (on POSIX: the address of a function in it); on POSIX the texts are compiled into the kernel, so any value
-// (null included) opens them. TRUE when the print-token registry and the language
-// resources came up.
+// texts the kernel uses (on POSIX: the address of a function in it); on POSIX the texts are
+// compiled into the kernel, so any value (null included) opens them. TRUE when the print-token
+// registry and the language resources came up.
 OSTRA_API BOOL KaKernel_EarlyInitialize(HMODULE module, DWORD flags) noexcept;
 // The last call; always TRUE. A second call releases nothing twice.
 OSTRA_API BOOL KaKernel_LateTerminate(HMODULE module) noexcept;

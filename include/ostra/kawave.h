@@ -228,8 +228,8 @@ OSTRA_API HRESULT KaGetFileAudioData(const KAWCHAR* path, tKAAUDIODATA* data) no
 // appended after the samples are kept after them).
 #define KAREPAIR_MAX_CHANGES 24
 struct tKAREPAIRCHANGE {
-  UINT64 offset;   // absolute offset of the first byte changed
-  DWORD length;    // 1 to 16
+  UINT64 offset;  // absolute offset of the first byte changed
+  DWORD length;   // 1 to 16
   BYTE before[16];
   BYTE after[16];
   char field[28];  // what the bytes are, e.g. "data size", "fmt id"
@@ -238,13 +238,13 @@ struct tKAREPAIRCHANGE {
 #define KAREPAIR_NOTE_TRAILING_CHUNKS 0x2u  // chunks after the samples were found and kept
 #define KAREPAIR_NOTE_RIFF_LIMIT 0x4u       // more samples than a RIFF file can describe
 struct tKAWAVREPAIR {
-  DWORD container;    // KACONTAINER_WAVE or KACONTAINER_WAVE64
+  DWORD container;  // KACONTAINER_WAVE or KACONTAINER_WAVE64
   UINT64 fileLength;
-  UINT64 dataOffset;  // first sample byte (the end of the header)
-  UINT64 dataLength;  // sample bytes the repaired header describes (whole frames)
+  UINT64 dataOffset;      // first sample byte (the end of the header)
+  UINT64 dataLength;      // sample bytes the repaired header describes (whole frames)
   UINT64 trailingChunks;  // offset of chunks kept after the samples; 0 when none
-  DWORD notes;        // KAREPAIR_NOTE_*
-  DWORD changeCount;  // 0: the header already agrees with the file
+  DWORD notes;            // KAREPAIR_NOTE_*
+  DWORD changeCount;      // 0: the header already agrees with the file
   tKAREPAIRCHANGE changes[KAREPAIR_MAX_CHANGES];
 };
 // Reads only. S_OK with the plan; KAERR_UNSUPPORTED_FILE (not a wave or Wave64 file),
@@ -274,4 +274,5 @@ OSTRA_API HRESULT KaGetFileChunks(KAHFILE file, tKACHUNKINFO* chunks, DWORD capa
 // The same for a file's bytes in memory (a wave, Wave64, AIFF or AIFC image of `size`
 // bytes), through the same walk.
 OSTRA_API HRESULT KaGetImageChunks(const void* image, UINT64 size, tKACHUNKINFO* chunks,
-                                   DWORD capacity, DWORD* count, DWORD* container = nullptr) noexcept;
+                                   DWORD capacity, DWORD* count,
+                                   DWORD* container = nullptr) noexcept;

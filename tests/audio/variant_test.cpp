@@ -56,8 +56,7 @@ class LevelScope {
 constexpr DWORD kAvx512Level = KACPU_AVX2 | KACPU_AVX512F | KACPU_AVX512BW | KACPU_AVX512VL;
 
 bool levelAvailable(const Level& l) {
-  if (std::string(l.name) == "avx512")
-    return (KaGetCPUSupport(0) & kAvx512Level) == kAvx512Level;
+  if (std::string(l.name) == "avx512") return (KaGetCPUSupport(0) & kAvx512Level) == kAvx512Level;
   if (std::string(l.name) == "avx2")
     return (KaGetCPUSupport(0) & (KACPU_AVX | KACPU_AVX2)) == (KACPU_AVX | KACPU_AVX2);
   if (std::string(l.name) == "sse2") return (KaGetCPUSupport(0) & KACPU_SSE2) != 0;

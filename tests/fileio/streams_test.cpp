@@ -138,7 +138,8 @@ TEST(Streams, OneContractForFileMemoryAndText) {
   EXPECT_EQ(f->Write("x", 1, &put), HRESULT(0x80030005u));
   f->Release();
   IStream* none = nullptr;
-  EXPECT_NE(KaFio_CreateFileStream(ostra::test::u16(dir.file("missing")).c_str(), FALSE, &none), S_OK);
+  EXPECT_NE(KaFio_CreateFileStream(ostra::test::u16(dir.file("missing")).c_str(), FALSE, &none),
+            S_OK);
   EXPECT_EQ(none, nullptr);
 }
 

@@ -13,8 +13,9 @@ namespace {
 
 TEST(ImageChunks, SameListAsTheFile) {
   TempDir dir;
-  const Bytes wave = riff("WAVE", {chunk("fmt ", Bytes(16, 1)), list("INFO", chunk("INAM", Bytes(5, 'a'))),
-                                   chunk("data", Bytes(40, 2))});
+  const Bytes wave =
+      riff("WAVE", {chunk("fmt ", Bytes(16, 1)), list("INFO", chunk("INAM", Bytes(5, 'a'))),
+                    chunk("data", Bytes(40, 2))});
   Bytes w64;
   w64.guid(RIFF64_GUID_RIFF).u64(40 + 40 + 64).guid(RIFF64_GUID_WAVE);
   w64.guid(RIFF64_GUID_FMT).u64(24 + 16).add(Bytes(16, 1));
@@ -34,7 +35,8 @@ TEST(ImageChunks, SameListAsTheFile) {
     EXPECT_EQ(ha, hb);
     EXPECT_EQ(na, nb);
     EXPECT_EQ(ca, cb);
-    for (DWORD k = 0; k < std::min<DWORD>(na, 16); ++k) EXPECT_EQ(std::memcmp(&a[k], &b[k], sizeof a[k]), 0) << k;
+    for (DWORD k = 0; k < std::min<DWORD>(na, 16); ++k)
+      EXPECT_EQ(std::memcmp(&a[k], &b[k], sizeof a[k]), 0) << k;
   }
   EXPECT_EQ(KaGetImageChunks(nullptr, 4, nullptr, 0, nullptr), E_POINTER);
 }

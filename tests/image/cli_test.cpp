@@ -46,8 +46,7 @@ TEST(OstraImageCommands, ConvertInspectAndRepair) {
   for (auto& b : frame) b = uint8_t(rng());
   writeFile(d.file("f.uyvy"), frame);
   ASSERT_EQ(ostraRun("yuv2rgb --layout UYVY --size 48x6 --matrix 709 --range studio " +
-                         d.file("f.uyvy") + " " +
-                         d.file("a.bmp"),
+                         d.file("f.uyvy") + " " + d.file("a.bmp"),
                      d.file("log")),
             0)
       << text(d.file("log"));
@@ -60,11 +59,10 @@ TEST(OstraImageCommands, ConvertInspectAndRepair) {
   EXPECT_EQ(info["imageBytes"], 48 * 6 * 4);
 
   // Converting back reproduces luma closely (chroma was random, so RGB may have clipped).
-  ASSERT_EQ(
-      ostraRun("rgb2yuv --layout UYVY --matrix 709 --range studio " + d.file("a.bmp") + " " +
-                   d.file("b.uyvy"),
-               d.file("log")),
-      0)
+  ASSERT_EQ(ostraRun("rgb2yuv --layout UYVY --matrix 709 --range studio " + d.file("a.bmp") + " " +
+                         d.file("b.uyvy"),
+                     d.file("log")),
+            0)
       << text(d.file("log"));
   const auto back = readFile(d.file("b.uyvy"));
   ASSERT_EQ(back.size(), frame.size());
@@ -102,8 +100,11 @@ TEST(OstraImageCommands, RgbLevels) {
     uint8_t y;
     const char* range;
     uint8_t rgb;
-  } cases[] = {{16, "full", 0}, {235, "full", 255}, {126, "full", 128},
-               {16, "studio", 16}, {235, "studio", 235}};
+  } cases[] = {{16, "full", 0},
+               {235, "full", 255},
+               {126, "full", 128},
+               {16, "studio", 16},
+               {235, "studio", 235}};
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.range) + " Y " + std::to_string(c.y));
     std::vector<uint8_t> frame;
@@ -121,7 +122,8 @@ TEST(OstraImageCommands, RgbLevels) {
     EXPECT_EQ(px[1], c.rgb);
     EXPECT_EQ(px[2], c.rgb);
     KaDibFree(bmp, 0);
-    ASSERT_EQ(ostraRun("rgb2yuv" + args + d.file("o.bmp") + " " + d.file("b.uyvy"), d.file("log")), 0)
+    ASSERT_EQ(ostraRun("rgb2yuv" + args + d.file("o.bmp") + " " + d.file("b.uyvy"), d.file("log")),
+              0)
         << text(d.file("log"));
     const auto back = readFile(d.file("b.uyvy"));
     ASSERT_EQ(back.size(), frame.size());

@@ -5,10 +5,14 @@
 TEST(Cpu, ClassNumberMatchesTheFeatures) {
   const DWORD d = KaGetCPUDetected();
   const DWORD cls = d & KACPU_CLASS_MASK;
-  if (d & KACPU_SSE2) EXPECT_EQ(cls, KACPU_CLASS_SSE2);
-  else if (d & KACPU_SSE) EXPECT_EQ(cls, KACPU_CLASS_SSE);
-  else if (d & KACPU_MMX) EXPECT_EQ(cls, KACPU_CLASS_MMX);
-  else EXPECT_EQ(cls, 0u);
+  if (d & KACPU_SSE2)
+    EXPECT_EQ(cls, KACPU_CLASS_SSE2);
+  else if (d & KACPU_SSE)
+    EXPECT_EQ(cls, KACPU_CLASS_SSE);
+  else if (d & KACPU_MMX)
+    EXPECT_EQ(cls, KACPU_CLASS_MMX);
+  else
+    EXPECT_EQ(cls, 0u);
 #if defined(__x86_64__)
   EXPECT_TRUE(d & KACPU_SSE2);  // part of the x86-64 baseline
 #else
@@ -35,7 +39,9 @@ TEST(Cpu, AllowDisallowOnlyAllowAndForce) {
   EXPECT_EQ(KaGetCPUSupport(KACPU_AVX2), all & KACPU_AVX2);  // outside 0xFF0: untouched
 
   EXPECT_TRUE(KaSetCPUClassBySupport());
-  const DWORD forced = (all & KACPU_SSE) ? KACPU_CLASS_SSE : (all & KACPU_MMX) ? KACPU_CLASS_MMX : 0;
+  const DWORD forced = (all & KACPU_SSE)   ? KACPU_CLASS_SSE
+                       : (all & KACPU_MMX) ? KACPU_CLASS_MMX
+                                           : 0;
   EXPECT_EQ(KaGetCPUSupport(0) & KACPU_CLASS_MASK, forced);
   // Re-allowing everything and forcing the full class again restores the first answer.
   EXPECT_TRUE(KaAllowCPUSupport(0xFFFFFFFFu));

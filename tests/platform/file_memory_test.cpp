@@ -18,23 +18,33 @@ TEST(File, DispositionsFollowTheClassicRules) {
   };
   // The file does not exist at first; each row runs against the state the previous left.
   const Case cases[] = {
-      {OPEN_EXISTING, KAERR_NOT_FOUND}, {TRUNCATE_EXISTING, KAERR_NOT_FOUND}, {CREATE_NEW, S_OK},
-      {CREATE_NEW, KAERR_ALREADY_EXISTS}, {OPEN_EXISTING, S_OK},           {OPEN_ALWAYS, S_OK},
-      {CREATE_ALWAYS, S_OK},             {TRUNCATE_EXISTING, S_OK},
+      {OPEN_EXISTING, KAERR_NOT_FOUND},
+      {TRUNCATE_EXISTING, KAERR_NOT_FOUND},
+      {CREATE_NEW, S_OK},
+      {CREATE_NEW, KAERR_ALREADY_EXISTS},
+      {OPEN_EXISTING, S_OK},
+      {OPEN_ALWAYS, S_OK},
+      {CREATE_ALWAYS, S_OK},
+      {TRUNCATE_EXISTING, S_OK},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(KaFile_Open(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, c.disposition, 0, &f),
+    EXPECT_EQ(KaFile_Open(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
+                          c.disposition, 0, &f),
               c.expect)
         << "disposition " << c.disposition;
-    if (SUCCEEDED(c.expect)) EXPECT_EQ(KaFile_Close(f), S_OK);
-    else EXPECT_EQ(f, KA_INVALID_HFILE);
+    if (SUCCEEDED(c.expect))
+      EXPECT_EQ(KaFile_Close(f), S_OK);
+    else
+      EXPECT_EQ(f, KA_INVALID_HFILE);
   }
 }
 
 TEST(File, ReadWriteSeekTruncate) {
   TempDir dir;
   KAHFILE f;
-  ASSERT_EQ(KaFile_OpenUtf8(dir.file("b.bin").c_str(), GENERIC_READ | GENERIC_WRITE, 0, CREATE_ALWAYS, 0, &f), S_OK);
+  ASSERT_EQ(KaFile_OpenUtf8(dir.file("b.bin").c_str(), GENERIC_READ | GENERIC_WRITE, 0,
+                            CREATE_ALWAYS, 0, &f),
+            S_OK);
   DWORD n = 0;
   ASSERT_EQ(KaFile_Write(f, "0123456789", 10, &n), S_OK);
   EXPECT_EQ(n, 10u);
@@ -66,7 +76,9 @@ TEST(File, WriterWithoutSharedWritingExcludesOtherWriters) {
   ASSERT_EQ(KaFile_OpenUtf8(p.c_str(), GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS, 0, &a), S_OK);
   EXPECT_EQ(KaFile_OpenUtf8(p.c_str(), GENERIC_WRITE, FILE_SHARE_READ, OPEN_EXISTING, 0, &b),
             KAERR_SHARING_VIOLATION);
-  ASSERT_EQ(KaFile_OpenUtf8(p.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING, 0, &b), S_OK);
+  ASSERT_EQ(KaFile_OpenUtf8(p.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                            OPEN_EXISTING, 0, &b),
+            S_OK);
   KaFile_Close(b);
   KaFile_Close(a);
 }
@@ -74,7 +86,8 @@ TEST(File, WriterWithoutSharedWritingExcludesOtherWriters) {
 TEST(File, DiskFullIsReportedWithTheCountWritten) {
   TempDir dir;
   KAHFILE f;
-  ASSERT_EQ(KaFile_OpenUtf8(dir.file("d.bin").c_str(), GENERIC_WRITE, 0, CREATE_ALWAYS, 0, &f), S_OK);
+  ASSERT_EQ(KaFile_OpenUtf8(dir.file("d.bin").c_str(), GENERIC_WRITE, 0, CREATE_ALWAYS, 0, &f),
+            S_OK);
   {
     ostra::test::FaultInjection faults;
     faults.failWrite(1, 3);

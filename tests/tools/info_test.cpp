@@ -134,7 +134,8 @@ TEST(OstraInfo, AiffFrameCountNote) {
     const auto j = ostraJson("info --json " + q(path));
     ASSERT_FALSE(j.is_null());
     EXPECT_EQ(j["frames"], 100);
-    const bool noted = j.contains("notes") && j["notes"].dump().find("COMM states 999") != std::string::npos;
+    const bool noted =
+        j.contains("notes") && j["notes"].dump().find("COMM states 999") != std::string::npos;
     EXPECT_EQ(noted, stated == 999);
   }
 }

@@ -3,8 +3,8 @@
 // memory stays bounded whatever the file size.
 #include <cctype>
 #include <cmath>
-#include <optional>
 #include <cstdio>
+#include <optional>
 #include <vector>
 
 #include "checks.h"
@@ -81,9 +81,12 @@ HRESULT carriedChunks(KAHFILE in, Container from, Container to, std::vector<Carr
       GUID family = c.guid;
       family.Data1 = 0;
       guid = c.guid;
-      if (c.guid == RIFF64_GUID_LIST) id = RIFF_ID_LIST;
-      else if (c.guid == KAGUID_W64_DISP) id = KaFourCC('D', 'I', 'S', 'P');
-      else if (family == wave) id = c.guid.Data1;
+      if (c.guid == RIFF64_GUID_LIST)
+        id = RIFF_ID_LIST;
+      else if (c.guid == KAGUID_W64_DISP)
+        id = KaFourCC('D', 'I', 'S', 'P');
+      else if (family == wave)
+        id = c.guid.Data1;
       if (c.guid == RIFF64_GUID_FMT || c.guid == RIFF64_GUID_DATA || c.guid == RIFF64_GUID_JUNK ||
           (id && rebuiltId(id)))
         continue;
@@ -108,12 +111,14 @@ HRESULT carriedChunks(KAHFILE in, Container from, Container to, std::vector<Carr
       continue;
     }
     CarriedChunk chunk;
-    if (to == Container::Riff) chunk.id.Data1 = id;
-    else chunk.id = guid;
+    if (to == Container::Riff)
+      chunk.id.Data1 = id;
+    else
+      chunk.id = guid;
     chunk.bytes.resize(size_t(c.size));
     DWORD got = 0;
-    if (FAILED(hr = KaFile_Seek(in, INT64(c.offset + (from == Container::Wave64 ? 24 : 8)), FILE_BEGIN,
-                                nullptr)) ||
+    if (FAILED(hr = KaFile_Seek(in, INT64(c.offset + (from == Container::Wave64 ? 24 : 8)),
+                                FILE_BEGIN, nullptr)) ||
         FAILED(hr = KaFile_Read(in, chunk.bytes.data(), DWORD(c.size), &got)))
       return hr;
     if (got != c.size) {
@@ -149,7 +154,7 @@ HRESULT convertFile(const ConvertRequest& r) {
   const std::string& output = toStdout ? stdoutCopy.path() : r.output;
   KAHFILE in = KA_INVALID_HFILE;
   hr = KaFile_OpenUtf8(input.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING,
-                               FILE_FLAG_SEQUENTIAL_SCAN, &in);
+                       FILE_FLAG_SEQUENTIAL_SCAN, &in);
   if (FAILED(hr)) return hr;
   struct Closer {
     KAHFILE f;

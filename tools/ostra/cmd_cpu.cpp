@@ -14,11 +14,21 @@ struct Feature {
   const char* name;
 };
 constexpr Feature kFeatures[] = {
-    {KACPU_MMX, "MMX"},      {KACPU_SSE, "SSE"},     {KACPU_SSE2, "SSE2"},
-    {KACPU_SSE3, "SSE3"},    {KACPU_SSSE3, "SSSE3"}, {KACPU_SSE41, "SSE4.1"},
-    {KACPU_SSE42, "SSE4.2"}, {KACPU_AVX, "AVX"},     {KACPU_CMOV, "CMOV"},
-    {KACPU_AVX2, "AVX2"},    {KACPU_FMA, "FMA"},     {KACPU_AVX512F, "AVX-512F"},
-    {KACPU_AVX512BW, "AVX-512BW"}, {KACPU_AVX512VL, "AVX-512VL"}, {KACPU_AVX512VBMI, "AVX-512VBMI"},
+    {KACPU_MMX, "MMX"},
+    {KACPU_SSE, "SSE"},
+    {KACPU_SSE2, "SSE2"},
+    {KACPU_SSE3, "SSE3"},
+    {KACPU_SSSE3, "SSSE3"},
+    {KACPU_SSE41, "SSE4.1"},
+    {KACPU_SSE42, "SSE4.2"},
+    {KACPU_AVX, "AVX"},
+    {KACPU_CMOV, "CMOV"},
+    {KACPU_AVX2, "AVX2"},
+    {KACPU_FMA, "FMA"},
+    {KACPU_AVX512F, "AVX-512F"},
+    {KACPU_AVX512BW, "AVX-512BW"},
+    {KACPU_AVX512VL, "AVX-512VL"},
+    {KACPU_AVX512VBMI, "AVX-512VBMI"},
     {KACPU_DAZ, "DAZ"},
 };
 

@@ -4,9 +4,9 @@
 #include <string>
 
 #include "command.h"
-#include "text.h"
 #include "ostra/kadib.h"
 #include "ostra/kaplatform.h"
+#include "text.h"
 
 namespace {
 

@@ -6,11 +6,11 @@
 #include <string>
 
 #include "command.h"
-#include "output_file.h"
-#include "text.h"
 #include "ostra/kadib.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kayuv.h"
+#include "output_file.h"
+#include "text.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 
 #include "command.h"
 #include "inspect.h"
-#include "std_streams.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
+#include "std_streams.h"
 
 namespace ostra::cli {
 namespace {

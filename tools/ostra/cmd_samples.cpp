@@ -7,11 +7,11 @@
 
 #include "checks.h"
 #include "command.h"
-#include "std_streams.h"
 #include "inspect.h"
 #include "ostra/kaaudio.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
+#include "std_streams.h"
 
 namespace ostra::cli {
 namespace {
@@ -138,10 +138,8 @@ void setup(CLI::App& cmd) {
       ->required()
       ->check(existingFileOrStdin());
   cmd.add_flag("--json", o.json, "Print {\"channels\": [[...], ...]}");
-  cmd.add_option("--count", o.count, "Frames to show (default 16)")
-      ->check(wholeNumber());
-  cmd.add_option("--start", o.start, "First frame to show (default 0)")
-      ->check(wholeNumber());
+  cmd.add_option("--count", o.count, "Frames to show (default 16)")->check(wholeNumber());
+  cmd.add_option("--start", o.start, "First frame to show (default 0)")->check(wholeNumber());
   cmd.callback([] { run(o); });
 }
 

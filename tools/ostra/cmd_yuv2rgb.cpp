@@ -7,12 +7,12 @@
 #include <vector>
 
 #include "command.h"
-#include "output_file.h"
-#include "rgb_range.h"
-#include "text.h"
 #include "ostra/kadib.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kayuv.h"
+#include "output_file.h"
+#include "rgb_range.h"
+#include "text.h"
 
 namespace {
 

@@ -39,7 +39,8 @@ int reportUsage(const std::string& message);
 inline CLI::Validator wholeNumber() {
   return CLI::Validator(
       [](std::string& text) {
-        const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+        const bool digits =
+            !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
         return digits ? std::string() : "expected a whole number from 0 up, not " + text;
       },
       "N");

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "info_text.h"
 #include "ostra/aiff.h"
 #include "ostra/kaaudio.h"
 #include "ostra/kaerror.h"
@@ -12,7 +13,6 @@
 #include "ostra/mriff.h"
 #include "ostra/riff.h"
 #include "ostra/riff64.h"
-#include "info_text.h"
 #include "text.h"
 
 namespace ostra::cli {

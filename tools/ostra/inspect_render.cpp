@@ -76,8 +76,10 @@ nlohmann::json factsJson(const FileFacts& f, unsigned tcType) {
       bext["time_reference_label"] = timeReferenceLabel(b.timeReference, f.format.rate, tcType);
     if (!b.umid.empty()) bext["umid"] = b.umid;
     const std::pair<const char*, const std::optional<int>*> loud[] = {
-        {"loudness_value", &b.loudness}, {"loudness_range", &b.loudnessRange},
-        {"max_true_peak_level", &b.maxTruePeak}, {"max_momentary_loudness", &b.maxMomentary},
+        {"loudness_value", &b.loudness},
+        {"loudness_range", &b.loudnessRange},
+        {"max_true_peak_level", &b.maxTruePeak},
+        {"max_momentary_loudness", &b.maxMomentary},
         {"max_short_term_loudness", &b.maxShortTerm}};
     for (const auto& [key, v] : loud)
       if (*v) bext[key] = **v / 100.0;

@@ -36,8 +36,8 @@ struct TagRequest {
   std::string file;
   std::vector<std::pair<std::string, std::string>> set;  // id, UTF-8 text
   std::vector<std::string> remove;
-  bool wide = false;         // UNFO instead of INFO
-  UINT codePage = 65001;     // of new INFO text (UTF-8 unless the user names another)
+  bool wide = false;      // UNFO instead of INFO
+  UINT codePage = 65001;  // of new INFO text (UTF-8 unless the user names another)
 };
 HRESULT tagFile(const TagRequest& request);
 

@@ -41,7 +41,8 @@ bool needsExtensible(Container c, const _kawaveformat& f) {
   if (c == Container::Aiff) return false;
   // Wave64 readers take extensible floating point for integers: float stays plain there
   // (the channel mask is not written).
-  if (c == Container::Wave64 && f.SampleType >= KASAMPLE_FLOAT32 && f.SampleType <= KASAMPLE_FLOAT64)
+  if (c == Container::Wave64 && f.SampleType >= KASAMPLE_FLOAT32 &&
+      f.SampleType <= KASAMPLE_FLOAT64)
     return false;
   if (f.SampleType == KASAMPLE_PCM24IN32 || maskSays) return true;
   return c == Container::Riff && f.nChannels > 2;
@@ -107,9 +108,8 @@ HRESULT AudioWriter::create(const std::string& path, Container container,
   KaAudio_GeneralCopyKaWaveFormat(reinterpret_cast<_kawaveformat*>(format_), sizeof format_,
                                   &format);
   extensible_ = needsExtensible(container, format);
-  fact_ = container == Container::Riff &&
-          (extensible_ || format.SampleType == KASAMPLE_FLOAT32 ||
-           format.SampleType == KASAMPLE_FLOAT64);
+  fact_ = container == Container::Riff && (extensible_ || format.SampleType == KASAMPLE_FLOAT32 ||
+                                           format.SampleType == KASAMPLE_FLOAT64);
   const std::u16string wpath = toUtf16(temp);
   const _kawaveformat& f = kwf(format_);
   HRESULT hr;
@@ -125,7 +125,8 @@ HRESULT AudioWriter::create(const std::string& path, Container container,
                : KaInitializeWav(wpath.c_str(), &f, CREATE_ALWAYS);
       break;
     case Container::Wave64:
-      headerLength_ = extensible_ || chunks ? (fmtEnd_ + chunks + kW64Junk + 24 + 7) & ~uint64_t(7) : 112;
+      headerLength_ =
+          extensible_ || chunks ? (fmtEnd_ + chunks + kW64Junk + 24 + 7) & ~uint64_t(7) : 112;
       hr = headerLength_ > 112
                ? KaInitializeWav64WithJunk(wpath.c_str(), &f, CREATE_ALWAYS, headerLength_)
                : KaInitializeWav64(wpath.c_str(), &f, CREATE_ALWAYS);
@@ -185,7 +186,8 @@ HRESULT AudioWriter::rewriteHeader(uint64_t frames) {
   if (SUCCEEDED(hr) && w64) {
     INT64 at = 0;
     hr = KaFile_GetPosition(file_, &at);
-    if (SUCCEEDED(hr)) hr = riff64_WriteChunkHeader(file_, RIFF64_GUID_JUNK, headerLength_ - 24 - UINT64(at) - 24);
+    if (SUCCEEDED(hr))
+      hr = riff64_WriteChunkHeader(file_, RIFF64_GUID_JUNK, headerLength_ - 24 - UINT64(at) - 24);
   }
   return hr;
 }
