@@ -1,12 +1,10 @@
-// BMP reading on hostile bytes: the memory parser, then the same bytes as a file through
-// displist_CreateBitmapFromFile (the path ostra dib info takes), then every pixel of what
-// was accepted.
+// BMP reading on hostile bytes: the memory parser, then the same bytes as a file (served from
+// memory) through displist_CreateBitmapFromFile (the path ostra dib info takes), then every pixel
+// of what was accepted.
 #include <cstdint>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <string>
+#include <cstdlib>
 
+#include "memory_fd.h"
 #include "ostra/kadib.h"
 #include "ostra/kaplatform.h"
 
@@ -24,27 +22,13 @@ void touch(BITMAPINFOHEADER* bmp) {
   KaDibFree(bmp, 0);
 }
 
-std::u16string scratchPath() {
-  const std::string p = (std::filesystem::temp_directory_path() / "ostra-bmp-fuzz.bmp").string();
-  std::u16string w(p.size() + 1, u'\0');
-  const int n = KaText_MultiByteToWide(KA_CP_UTF8, 0, p.c_str(), -1, w.data(), int(w.size()));
-  w.resize(n > 0 ? size_t(n - 1) : 0);
-  return w;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   BITMAPINFOHEADER* bmp = nullptr;
   if (SUCCEEDED(KaDib_ReadBmpMemory(data, size, &bmp))) touch(bmp);
-  static const std::u16string path = scratchPath();
-  {
-    KAHFILE f = KA_INVALID_HFILE;
-    if (FAILED(KaFile_Open(path.c_str(), GENERIC_WRITE, 0, CREATE_ALWAYS, 0, &f))) return 0;
-    DWORD written = 0;
-    if (size) KaFile_Write(f, data, DWORD(size), &written);
-    KaFile_Close(f);
-  }
-  touch(displist_CreateBitmapFromFile(path.c_str()));
+  static ostra::fuzz::MemoryDescriptor memory;
+  memory.open(data, size);
+  touch(displist_CreateBitmapFromFile(ostra::fuzz::MemoryDescriptor::kWidePath));
   return 0;
 }

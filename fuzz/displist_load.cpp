@@ -4,7 +4,6 @@
 
 #include "formats/riff/internal/source_parsers.h"
 #include "memory_file.h"
-#include "scratch_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   namespace riff = ostra::riff;

@@ -55,4 +55,11 @@ class MemoryFile final : public ostra::riff::ByteSource {
   uint64_t pos_ = 0;
 };
 
+// Reads a little-endian 32-bit word from the front of the input, consuming it.
+inline uint32_t takeWord(const uint8_t*& data, size_t& size) {
+  uint32_t v = 0;
+  for (int i = 0; i < 4 && size; ++i, ++data, --size) v |= uint32_t(*data) << (8 * i);
+  return v;
+}
+
 }  // namespace ostra::fuzz

@@ -1,4 +1,5 @@
-// Arbitrary bytes through the code behind `ostra info`: once as a file (the wave-file
+// Arbitrary bytes through the code behind `ostra info`: once as a file served from memory
+// (the wave-file
 // helpers, the chunk families, the summary and display loaders) and once as a memory
 // image (mriff_*), each rendered as text and JSON as the command prints them. The tool's
 // sources are compiled in here because the fuzz targets link the static kernel, not the
@@ -11,8 +12,8 @@
 #include "../tools/ostra/inspect_render.cpp"
 #include "../tools/ostra/label_text.cpp"
 #include "../tools/ostra/text.cpp"
+#include "memory_fd.h"
 #include "ostra/kaplatform.h"
-#include "scratch_file.h"
 
 namespace {
 
@@ -26,13 +27,11 @@ void render(const ostra::cli::FileFacts& facts) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const ostra::fuzz::ScratchFile scratch("info", SIZE_MAX);
-  const KAHFILE file = scratch.open(data, size);
-  if (file != KA_INVALID_HFILE) {
-    ostra::cli::FileFacts facts;
-    if (SUCCEEDED(ostra::cli::inspectFile(file, facts))) render(facts);
-    KaFile_Close(file);
-  }
+  static ostra::fuzz::MemoryDescriptor memory;
+  const KAHFILE file = memory.open(data, size);
+  ostra::cli::FileFacts facts;
+  if (SUCCEEDED(ostra::cli::inspectFile(file, facts))) render(facts);
+  KaFile_Close(file);
   ostra::cli::FileFacts image;
   if (SUCCEEDED(ostra::cli::inspectImage(data, size, image))) render(image);
   return 0;

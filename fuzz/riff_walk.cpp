@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "memory_fd.h"
 #include "ostra/kaplatform.h"
 #include "ostra/riff.h"
-#include "scratch_file.h"
 
 namespace {
 
@@ -23,10 +23,9 @@ void readAlloc(KAHFILE f, DWORD size, size_t fileSize) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const ostra::fuzz::ScratchFile scratch("riff", SIZE_MAX);
+  static ostra::fuzz::MemoryDescriptor memory;
   if (size > (1u << 20)) return 0;
-  const KAHFILE f = scratch.open(data, size);
-  if (f == KA_INVALID_HFILE) return 0;
+  const KAHFILE f = memory.open(data, size);
 
   DWORD riffSize = 0, chunkSize = 0, left = 0, count = 0, id = 0;
   riff_GetFileSize(f, &riffSize);

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "memory_fd.h"
 #include "ostra/kaplatform.h"
 #include "ostra/riff64.h"
-#include "scratch_file.h"
 
 namespace {
 
@@ -22,10 +22,9 @@ void readAlloc(KAHFILE f, UINT64 size, size_t fileSize) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const ostra::fuzz::ScratchFile scratch("w64", SIZE_MAX);
+  static ostra::fuzz::MemoryDescriptor memory;
   if (size > (1u << 20)) return 0;
-  const KAHFILE f = scratch.open(data, size);
-  if (f == KA_INVALID_HFILE) return 0;
+  const KAHFILE f = memory.open(data, size);
 
   UINT64 chunkSize = 0;
   INT64 left = 0;

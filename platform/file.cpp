@@ -54,7 +54,7 @@ HRESULT openPath(const char* path, DWORD access, DWORD share, DWORD disposition,
   } while (fd < 0 && errno == EINTR);
   if (fd < 0) return KaHresultFromLastError();
   struct stat st;
-  if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
+  if (sysOps().fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
     sysOps().close(fd);
     return E_ACCESSDENIED;
   }
@@ -176,7 +176,7 @@ HRESULT KaFile_GetSize(KAHFILE file, UINT64* size) noexcept {
   *size = 0;
   if (file < 0) return E_HANDLE;
   struct stat st;
-  if (fstat(file, &st) != 0) return KaHresultFromLastError();
+  if (sysOps().fstat(file, &st) != 0) return KaHresultFromLastError();
   *size = UINT64(st.st_size);
   return S_OK;
 }
@@ -186,7 +186,7 @@ HRESULT KaFile_GetModifiedTime(KAHFILE file, INT64* fileTime) noexcept {
   *fileTime = 0;
   if (file < 0) return E_HANDLE;
   struct stat st;
-  if (fstat(file, &st) != 0) return KaHresultFromLastError();
+  if (sysOps().fstat(file, &st) != 0) return KaHresultFromLastError();
   *fileTime = (INT64(st.st_mtim.tv_sec) + kUnixEpochInFileTime) * 10000000LL +
               INT64(st.st_mtim.tv_nsec) / 100;
   return S_OK;

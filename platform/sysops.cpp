@@ -1,6 +1,7 @@
 #include "platform/internal/sysops.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -16,9 +17,10 @@ int64_t realRead(int fd, void* b, size_t n) { return ::read(fd, b, n); }
 int64_t realWrite(int fd, const void* b, size_t n) { return ::write(fd, b, n); }
 int64_t realSeek(int fd, int64_t off, int whence) { return ::lseek(fd, off_t(off), whence); }
 int realTruncate(int fd, int64_t len) { return ::ftruncate(fd, off_t(len)); }
+int realFstat(int fd, struct stat* st) { return ::fstat(fd, st); }
 
 constexpr SysOps kReal{realOpen,     realClose,   realRead,     realWrite, realSeek,
-                       realTruncate, std::malloc, std::realloc, std::free};
+                       realTruncate, std::malloc, std::realloc, std::free, realFstat};
 SysOps gLive = kReal;
 
 }  // namespace

@@ -1,10 +1,13 @@
 // The table of raw operating-system operations under the platform layer. Production code
 // uses the real calls; tests swap single entries for a fault-injecting twin (an allocator
-// that fails the Nth call, a write that comes back short) the way an OS shim is tested.
+// that fails the Nth call, a write that comes back short) the way an OS shim is tested,
+// and the fuzz targets serve their input as a file from memory through it.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+
+struct stat;
 
 namespace ostra::platform {
 
@@ -18,6 +21,8 @@ struct SysOps {
   void* (*malloc)(size_t bytes);
   void* (*realloc)(void* block, size_t bytes);
   void (*free)(void* block);
+  // Status of an open descriptor (size, kind, modification time), as fstat(2).
+  int (*fstat)(int fd, struct stat* status);
 };
 
 // The live table. Swapping entries is for tests and is not thread-safe.

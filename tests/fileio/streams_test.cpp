@@ -82,7 +82,9 @@ TEST(Streams, OneContractForFileMemoryAndText) {
                  {1, 3, HRESULT(0x80030001u), 6}, {20, STREAM_SEEK_SET, S_OK, 20}};
     for (const auto& q : seeks) {
       EXPECT_EQ(s->Seek(q.move, q.origin, &pos), q.hr);
-      if (SUCCEEDED(q.hr)) EXPECT_EQ(pos, q.pos);
+      if (SUCCEEDED(q.hr)) {
+        EXPECT_EQ(pos, q.pos);
+      }
     }
     EXPECT_EQ(s->Read(&c, 1, &got), S_FALSE);  // past the end: nothing, no failure
 

@@ -20,6 +20,7 @@ namespace {
 
 // A damaged or hostile file may claim any number of tiny chunks; the listing stops here.
 constexpr DWORD kMaxChunks = 4096;
+constexpr DWORD kFirstChunks = 64;
 constexpr size_t kMaxText = 4096;
 // A summary list read for display; longer lists show their first items.
 constexpr uint64_t kMaxListBytes = 1u << 20;
@@ -278,8 +279,13 @@ struct ImageWalker {
   // the memory family's calls.
   void walk(const uint8_t* image, uint64_t imageSize, uint64_t limit) {
     DWORD count = 0;
-    std::vector<tKACHUNKINFO> list(kMaxChunks);
-    if (FAILED(KaGetImageChunks(image, imageSize, list.data(), kMaxChunks, &count))) return;
+    std::vector<tKACHUNKINFO> list(kFirstChunks);
+    HRESULT hr = KaGetImageChunks(image, imageSize, list.data(), kFirstChunks, &count);
+    if (hr == S_FALSE) {
+      list.resize(std::min(count, kMaxChunks));
+      hr = KaGetImageChunks(image, imageSize, list.data(), DWORD(list.size()), &count);
+    }
+    if (FAILED(hr)) return;
     if (count > kMaxChunks)
       facts.notes.push_back("chunk list cut at " + std::to_string(kMaxChunks) + " chunks");
     list.resize(std::min<size_t>(count, kMaxChunks));
@@ -332,9 +338,15 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
   if (FAILED(hr)) return hr;
   facts.fileSize = size;
 
-  std::vector<tKACHUNKINFO> chunks(kMaxChunks);
+  // Most files have a handful of chunks: list up to kFirstChunks, and walk again only
+  // when there are more.
+  std::vector<tKACHUNKINFO> chunks(kFirstChunks);
   DWORD count = 0, container = KACONTAINER_UNKNOWN;
-  hr = KaGetFileChunks(file, chunks.data(), kMaxChunks, &count, &container);
+  hr = KaGetFileChunks(file, chunks.data(), kFirstChunks, &count, &container);
+  if (hr == S_FALSE) {
+    chunks.resize(std::min(count, kMaxChunks));
+    hr = KaGetFileChunks(file, chunks.data(), DWORD(chunks.size()), &count, &container);
+  }
   if (FAILED(hr)) return hr;
   DWORD floatFormSize = 0;
   if (container == KACONTAINER_UNKNOWN && isFloatAifc(file, &floatFormSize))
