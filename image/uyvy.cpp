@@ -39,15 +39,22 @@ void uyvyToBgr_plain(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeffs& k
 }
 
 UyvyTable uyvyTableFor(DWORD cpu) noexcept {
-  UyvyTable t{uyvyToBgra_plain, uyvyToBgr_plain};
+  UyvyTable t{uyvyToBgra_plain, uyvyToBgr_plain, "plain", "plain"};
 #if defined(__x86_64__)
-  if (cpu & KACPU_SSE2) t.toBgra = uyvyToBgra_sse2;
+  if (cpu & KACPU_SSE2) {
+    t.toBgra = uyvyToBgra_sse2;
+    t.toBgraVariant = "sse2";
+  }
   if (cpu & KACPU_AVX2) {
     t.toBgra = uyvyToBgra_avx2;
     t.toBgr = uyvyToBgr_avx2;
+    t.toBgraVariant = t.toBgrVariant = "avx2";
   }
   constexpr DWORD kAvx512 = KACPU_AVX2 | KACPU_AVX512F | KACPU_AVX512BW;
-  if ((cpu & kAvx512) == kAvx512) t.toBgra = uyvyToBgra_avx512;
+  if ((cpu & kAvx512) == kAvx512) {
+    t.toBgra = uyvyToBgra_avx512;
+    t.toBgraVariant = "avx512";
+  }
 #else
   (void)cpu;
 #endif

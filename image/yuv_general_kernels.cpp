@@ -154,7 +154,9 @@ YuvGeneralTable yuvGeneralTableFor(DWORD cpu) noexcept {
                     v210ToSamples_plain,
                     samplesToV210_plain,
                     words10ToSamples_plain,
-                    wordPairs10ToSamples_plain};
+                    wordPairs10ToSamples_plain,
+                    "plain",
+                    "plain"};
 #if defined(__x86_64__)
   if (cpu & KACPU_AVX2)
     t = {{yuv8ToBgra_avx2, yuv10ToBgra_avx2},
@@ -163,7 +165,9 @@ YuvGeneralTable yuvGeneralTableFor(DWORD cpu) noexcept {
          v210ToSamples_avx2,
          samplesToV210_avx2,
          words10ToSamples_avx2,
-         wordPairs10ToSamples_avx2};
+         wordPairs10ToSamples_avx2,
+         "avx2",
+         "avx2"};
   constexpr DWORD kAvx512 = KACPU_AVX2 | KACPU_AVX512F | KACPU_AVX512BW | KACPU_AVX512VL;
   if ((cpu & kAvx512) == kAvx512)
     t = {{yuv8ToBgra_avx512, yuv10ToBgra_avx512},
@@ -172,7 +176,9 @@ YuvGeneralTable yuvGeneralTableFor(DWORD cpu) noexcept {
          v210ToSamples_avx2,
          samplesToV210_avx2,
          words10ToSamples_avx2,
-         wordPairs10ToSamples_avx2};
+         wordPairs10ToSamples_avx2,
+         "avx512",
+         "avx2"};
 #else
   (void)cpu;
 #endif

@@ -27,6 +27,10 @@ void uyvyToBgra_avx512(BYTE* dst, const BYTE* src, LONG width, const UyvyCoeffs&
 struct UyvyTable {
   UyvyRowFn toBgra;
   UyvyRowFn toBgr;
+  // The instruction set each entry was built for ("plain", "sse2", "avx2", "avx512"), so
+  // that tests and benchmarks can say which kernel a feature mask chose.
+  const char* toBgraVariant;
+  const char* toBgrVariant;
 };
 // The table for a feature mask (tests pass masks to reach each variant). The AVX-512
 // kernel also needs the byte and word instructions, which the feature mask does not

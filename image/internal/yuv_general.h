@@ -45,6 +45,11 @@ struct YuvGeneralTable {
   SamplesToV210Fn toV210;
   Words10ToSamplesFn fromWords10;
   WordPairs10ToSamplesFn fromWordPairs10;
+  // The instruction set ("plain", "avx2", "avx512") of the colour kernels (toBgra, luma,
+  // chroma) and of the packing kernels (v210 and the 10-bit words), which are chosen as
+  // two groups; tests and benchmarks name the chosen variant by them.
+  const char* colourVariant;
+  const char* packingVariant;
 };
 
 #define OSTRA_YUV_GENERAL_KERNELS(suffix)                                                \

@@ -8,6 +8,7 @@
 #include "image/internal/uyvy.h"
 #include "ostra/kacpu.h"
 #include "ostra/kayuv.h"
+#include "support/guarded_buffer.h"
 
 namespace {
 
@@ -102,33 +103,39 @@ TEST(Uyvy, ArgumentsAndKnownValues) {
   EXPECT_EQ(std::vector<BYTE>(rgb, rgb + 6), (std::vector<BYTE>{235, 235, 235, 16, 16, 16}));
 }
 
-// The variant table follows the allowed features.
+// Disallowing a feature makes the table choose the next variant down, and allowing it
+// again brings the best one back.
 TEST(Uyvy, TableFollowsTheAllowedFeatures) {
-#if defined(__x86_64__)
+  constexpr DWORD kAvx512 = KACPU_AVX2 | KACPU_AVX512F | KACPU_AVX512BW;
+  const struct {
+    DWORD needs, disallow;
+    const char *toBgra, *toBgr;
+  } levels[] = {
+      {kAvx512, 0, "avx512", "avx2"},
+      {KACPU_AVX2, KACPU_AVX512F, "avx2", "avx2"},
+      {KACPU_SSE2, KACPU_AVX512F | KACPU_AVX2, "sse2", "plain"},
+      {0, KACPU_AVX512F | KACPU_AVX2 | KACPU_SSE2, "plain", "plain"},
+  };
   const DWORD cpu = KaGetCPUSupport(0);
-  if (!(cpu & KACPU_AVX2)) GTEST_SKIP() << "no AVX2";
-  KaDisallowCPUSupport(KACPU_AVX512F);
-  EXPECT_EQ(uyvyTable().toBgra, &uyvyToBgra_avx2);
-  KaDisallowCPUSupport(KACPU_AVX2);
-  EXPECT_EQ(uyvyTable().toBgra, &uyvyToBgra_sse2);
-  KaDisallowCPUSupport(KACPU_SSE2);
-  EXPECT_EQ(uyvyTable().toBgra, &uyvyToBgra_plain);
-  KaAllowCPUSupport(KACPU_AVX2 | KACPU_SSE2);
-  EXPECT_EQ(uyvyTable().toBgra, &uyvyToBgra_avx2);
-  KaAllowCPUSupport(KACPU_AVX512F);
-#else
-  EXPECT_EQ(uyvyTable().toBgra, &uyvyToBgra_plain);
-#endif
+  for (const auto& l : levels) {
+    if ((cpu & l.needs) != l.needs) continue;
+    KaDisallowCPUSupport(l.disallow);
+    EXPECT_STREQ(uyvyTable().toBgraVariant, l.toBgra);
+    EXPECT_STREQ(uyvyTable().toBgrVariant, l.toBgr);
+    KaAllowCPUSupport(l.disallow);
+  }
+  EXPECT_STREQ(uyvyTableFor(cpu).toBgraVariant, uyvyTable().toBgraVariant);
 }
 
-#if defined(__x86_64__)
+// The table of each vector level the processor runs.
 std::vector<UyvyTable> variants() {
   std::vector<UyvyTable> v;
-  const DWORD cpu = KaGetCPUDetected();
-  v.push_back(uyvyTableFor(KACPU_SSE2));
-  if (cpu & KACPU_AVX2) v.push_back(uyvyTableFor(KACPU_AVX2 | KACPU_SSE2));
-  if ((cpu & (KACPU_AVX512F | KACPU_AVX512BW)) == (KACPU_AVX512F | KACPU_AVX512BW))
-    v.push_back(uyvyTableFor(KACPU_AVX512F | KACPU_AVX512BW | KACPU_AVX2 | KACPU_SSE2));
+  for (DWORD mask : {DWORD(KACPU_SSE2), DWORD(KACPU_SSE2 | KACPU_AVX2),
+                     DWORD(KACPU_SSE2 | KACPU_AVX2 | KACPU_AVX512F | KACPU_AVX512BW)})
+    if ((KaGetCPUDetected() & mask) == mask) {
+      v.push_back(uyvyTableFor(mask));
+      EXPECT_STRNE(v.back().toBgraVariant, "plain") << std::hex << mask;
+    }
   return v;
 }
 
@@ -138,6 +145,8 @@ TEST(UyvyVariants, AllTriplesMatchThePlainKernel) {
   std::vector<BYTE> src(size_t(pixels) * 2);
   std::vector<BYTE> want(size_t(pixels) * 4), got(want.size()), want3(size_t(pixels) * 3),
       got3(want3.size());
+  const std::vector<UyvyTable> tables = variants();
+  if (tables.empty()) GTEST_SKIP() << "no vector kernels";
   for (int cs = 1; cs <= 3; ++cs) {
     const UyvyCoeffs k = uyvyCoeffs(cs, 0, 0);
     for (int u = 0; u < 256; ++u) {
@@ -151,46 +160,37 @@ TEST(UyvyVariants, AllTriplesMatchThePlainKernel) {
         }
       uyvyToBgra_plain(want.data(), src.data(), pixels, k);
       uyvyToBgr_plain(want3.data(), src.data(), pixels, k);
-      for (const UyvyTable& t : variants()) {
+      for (const UyvyTable& t : tables) {
         t.toBgra(got.data(), src.data(), pixels, k);
-        ASSERT_EQ(got, want) << "u " << u << " matrix " << cs;
+        ASSERT_EQ(got, want) << t.toBgraVariant << " u " << u << " matrix " << cs;
         t.toBgr(got3.data(), src.data(), pixels, k);
-        ASSERT_EQ(got3, want3) << "u " << u << " matrix " << cs;
+        ASSERT_EQ(got3, want3) << t.toBgrVariant << " u " << u << " matrix " << cs;
       }
     }
   }
 }
 
-// Random frames of every even width 2-130, odd heights, both strides' signs, rows that
-// end exactly at the end of their buffers (the sanitizer build catches over-reads).
-TEST(UyvyVariants, RandomFramesEveryWidth) {
+// Rows of every even width 2-130 with both buffers against a guard page, after the row
+// and before it, so that a kernel reading or writing past either end faults.
+TEST(UyvyVariants, EveryWidthAgainstGuardPages) {
+  using ostra::test::GuardedBuffer;
   std::mt19937 rng(3);
   for (LONG w = 2; w <= 130; w += 2)
-    for (LONG h : {1, 3, 7}) {
-      std::vector<BYTE> src(size_t(w) * 2 * h);
-      for (auto& b : src) b = BYTE(rng());
+    for (auto where : {GuardedBuffer::Guard::After, GuardedBuffer::Guard::Before})
       for (bool alpha : {true, false}) {
         const size_t px = alpha ? 4 : 3;
-        const UyvyRowFn plain = alpha ? uyvyToBgra_plain : uyvyToBgr_plain;
-        std::vector<BYTE> want(size_t(w) * px * h);
-        const UyvyCoeffs k = uyvyCoeffs(0, w, h);
-        for (LONG y = 0; y < h; ++y)
-          plain(&want[size_t(y) * w * px], &src[size_t(y) * w * 2], w, k);
+        GuardedBuffer src(size_t(w) * 2, where), got(size_t(w) * px, where);
+        for (size_t i = 0; i < src.size(); ++i) src.data()[i] = BYTE(rng());
+        const UyvyCoeffs k = uyvyCoeffs(0, w, 1);
+        std::vector<BYTE> want(got.size());
+        (alpha ? uyvyToBgra_plain : uyvyToBgr_plain)(want.data(), src.data(), w, k);
         for (const UyvyTable& t : variants()) {
-          std::vector<BYTE> got(want.size(), 0xCD);
-          const UyvyRowFn fn = alpha ? t.toBgra : t.toBgr;
-          // Bottom-up destination: the first row goes last.
-          for (LONG y = 0; y < h; ++y)
-            fn(&got[size_t(h - 1 - y) * w * px], &src[size_t(y) * w * 2], w, k);
-          for (LONG y = 0; y < h; ++y)
-            ASSERT_EQ(
-                std::memcmp(&got[size_t(h - 1 - y) * w * px], &want[size_t(y) * w * px], w * px), 0)
-                << "width " << w << " height " << h << " alpha " << alpha;
+          (alpha ? t.toBgra : t.toBgr)(got.data(), src.data(), w, k);
+          ASSERT_EQ(std::memcmp(got.data(), want.data(), want.size()), 0)
+              << (alpha ? t.toBgraVariant : t.toBgrVariant) << " width " << w;
         }
       }
-    }
 }
-#endif
 
 // Through the entry point, whatever the variant: a negative stride writes the same rows
 // upwards, and a bigger stride leaves the gap alone.

@@ -12,6 +12,7 @@
 #include "ostra/kacpu.h"
 #include "ostra/kaerror.h"
 #include "ostra/kayuv.h"
+#include "support/guarded_buffer.h"
 
 namespace {
 
@@ -184,18 +185,18 @@ TEST(YuvGeneral, ThreadCountAndNegativeStrides) {
 
 // Both directions for every layout, matrix and even width 2..130 at odd heights, plus one
 // frame large enough for the parallel loops; RGB rows padded or not, walked down or up.
-// Buffers are exactly as large as needed (the sanitizer build catches an over-read), and
-// outputs start filled so that a stray write shows.
+// Every buffer lies against a guard page, after its end for some widths and before its
+// start for the others, so that an over-read or a stray write faults; outputs start
+// filled so that a write that should not be there shows.
 struct Output {
   std::string what;
   std::vector<BYTE> bytes;
 };
 std::vector<Output> sweep() {
+  using ostra::test::GuardedBuffer;
   std::mt19937 rng(7);
-  auto random = [&](size_t n) {
-    std::vector<BYTE> v(n);
-    for (auto& b : v) b = BYTE(rng());
-    return v;
+  auto random = [&](GuardedBuffer& b) {
+    for (size_t i = 0; i < b.size(); ++i) b.data()[i] = BYTE(rng());
   };
   struct Size {
     LONG w, h;
@@ -208,22 +209,28 @@ std::vector<Output> sweep() {
   for (const char* code : {"UYVY", "YUYV", "I420", "YV12", "YV16", "NV12", "P010", "P210", "v210"})
     for (const Size sz : sizes)
       for (int cs = 1; cs <= 3; ++cs) {
+        const auto where =
+            (sz.w / 64) % 2 ? GuardedBuffer::Guard::Before : GuardedBuffer::Guard::After;
         const LONG stride = (sz.w & 2 ? -1 : 1) * (sz.w * 4 + (sz.w & 8 ? 8 : 0));
         const size_t rgbBytes = size_t(std::abs(stride)) * sz.h;
         const size_t first = stride < 0 ? rgbBytes - size_t(-stride) : 0;
-        const std::vector<BYTE> yuv = random(frameBytes(code, sz.w, sz.h)), rgb = random(rgbBytes);
+        const size_t yuvBytes = frameBytes(code, sz.w, sz.h);
+        GuardedBuffer yuv(yuvBytes, where), rgb(rgbBytes, where), toRgb(rgbBytes, where),
+            toYuv(yuvBytes, where);
+        random(yuv);
+        random(rgb);
+        std::memset(toRgb.data(), 0xA5, rgbBytes);
+        std::memset(toYuv.data(), 0xA5, yuvBytes);
         const std::string what = std::string(code) + " " + std::to_string(sz.w) + "x" +
                                  std::to_string(sz.h) + " matrix " + std::to_string(cs);
-        Output toRgb{what + " to RGB", std::vector<BYTE>(rgbBytes, 0xA5)};
-        Output toYuv{what + " from RGB", std::vector<BYTE>(yuv.size(), 0xA5)};
-        EXPECT_EQ(KaYUV_YUVToRGB(&toRgb.bytes[first], stride, yuv.data(), yuv.size(), fourcc(code),
+        EXPECT_EQ(KaYUV_YUVToRGB(toRgb.data() + first, stride, yuv.data(), yuvBytes, fourcc(code),
                                  sz.w, sz.h, cs),
                   S_OK);
-        EXPECT_EQ(KaYUV_RGBToYUV(toYuv.bytes.data(), toYuv.bytes.size(), fourcc(code), &rgb[first],
-                                 stride, sz.w, sz.h, cs),
+        EXPECT_EQ(KaYUV_RGBToYUV(toYuv.data(), yuvBytes, fourcc(code), rgb.data() + first, stride,
+                                 sz.w, sz.h, cs),
                   S_OK);
-        out.push_back(std::move(toRgb));
-        out.push_back(std::move(toYuv));
+        out.push_back({what + " to RGB", {toRgb.data(), toRgb.data() + rgbBytes}});
+        out.push_back({what + " from RGB", {toYuv.data(), toYuv.data() + yuvBytes}});
       }
   return out;
 }
@@ -252,29 +259,22 @@ TEST(YuvGeneral, EveryVariantGivesThePlainBytes) {
 
 TEST(YuvGeneral, TableFollowsTheAllowedFeatures) {
   using namespace ostra::image;
-  auto expect = [](YuvToBgraRowFn toBgra, BgraToLumaRowFn luma, BgraToChromaRowFn chroma,
-                   V210ToSamplesFn fromV210) {
-    const YuvGeneralTable& t = yuvGeneralTable();
-    EXPECT_EQ(t.toBgra[0], toBgra);
-    EXPECT_EQ(t.luma[1], luma);
-    EXPECT_EQ(t.chroma[0], chroma);
-    EXPECT_EQ(t.fromV210, fromV210);
+  constexpr DWORD kAvx512 = KACPU_AVX2 | KACPU_AVX512F | KACPU_AVX512BW | KACPU_AVX512VL;
+  const struct {
+    DWORD needs, disallow;
+    const char *colour, *packing;
+  } levels[] = {
+      {kAvx512, 0, "avx512", "avx2"},
+      {KACPU_AVX2, KACPU_AVX512F, "avx2", "avx2"},
+      {0, kVectorFeatures, "plain", "plain"},
   };
-#if defined(__x86_64__)
-  if (!(KaGetCPUSupport(0) & KACPU_AVX2)) GTEST_SKIP() << "no AVX2";
-  constexpr DWORD kAvx512 = KACPU_AVX512F | KACPU_AVX512BW | KACPU_AVX512VL;
-  const bool avx512 = (KaGetCPUSupport(0) & kAvx512) == kAvx512;
-  if (avx512)
-    expect(yuv8ToBgra_avx512, bgraToLuma10_avx512, bgraToChroma8_avx512, v210ToSamples_avx2);
-  KaDisallowCPUSupport(KACPU_AVX512F);
-  expect(yuv8ToBgra_avx2, bgraToLuma10_avx2, bgraToChroma8_avx2, v210ToSamples_avx2);
-  KaDisallowCPUSupport(KACPU_AVX2);
-  expect(yuv8ToBgra_plain, bgraToLuma10_plain, bgraToChroma8_plain, v210ToSamples_plain);
-  KaAllowCPUSupport(KACPU_AVX2 | KACPU_AVX512F);
-#endif
-  KaDisallowCPUSupport(kVectorFeatures);
-  expect(yuv8ToBgra_plain, bgraToLuma10_plain, bgraToChroma8_plain, v210ToSamples_plain);
-  KaAllowCPUSupport(kVectorFeatures);
+  for (const auto& l : levels) {
+    if ((KaGetCPUSupport(0) & l.needs) != l.needs) continue;
+    KaDisallowCPUSupport(l.disallow);
+    EXPECT_STREQ(yuvGeneralTable().colourVariant, l.colour);
+    EXPECT_STREQ(yuvGeneralTable().packingVariant, l.packing);
+    KaAllowCPUSupport(l.disallow);
+  }
 }
 
 // The vector kernels round from single precision where the value is clearly away from a
@@ -288,6 +288,7 @@ TEST(YuvGeneral, VectorKernelsRoundEveryColourAsThePlainOnes) {
   const DWORD cpu = KaGetCPUSupport(0);
   if (cpu & KACPU_AVX2) variants.push_back(yuvGeneralTableFor(cpu & ~KACPU_AVX512F));
   if (cpu & KACPU_AVX512F) variants.push_back(yuvGeneralTableFor(cpu));
+  for (const YuvGeneralTable& t : variants) EXPECT_STRNE(t.colourVariant, "plain");
 #endif
   if (variants.empty()) GTEST_SKIP() << "no vector kernels";
   const YuvGeneralTable plain = yuvGeneralTableFor(0);
