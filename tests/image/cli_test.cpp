@@ -34,7 +34,7 @@ TEST(OstraImageCommands, ShortFrameIsRefusedAndNothingWritten) {
   EXPECT_NE(ostraRun("yuv2rgb --layout NV12 --size 16x8 " + d.file("f.yuv") + " " + d.file("o.bmp"),
                      d.file("log")),
             0);
-  EXPECT_NE(text(d.file("log")).find("needs 192 bytes"), std::string::npos) << text(d.file("log"));
+  EXPECT_NE(text(d.file("log")).find("192"), std::string::npos) << text(d.file("log"));
   EXPECT_FALSE(std::filesystem::exists(d.file("o.bmp")));
 }
 

@@ -145,16 +145,16 @@ TEST_F(Details, Dumps) {
 TEST_F(Details, ConcurrentWritersOfOneFailure) {
   ASSERT_EQ(KaErrorHandler_DetailsAddString(KAERR_READ_FAILED, u"owner"), S_OK);
   constexpr int kThreads = 4, kLines = 50;
+  const std::u16string readFailed =
+      KaErrorHandler_GetErrorMessage(KACTX_FROM_TEMPLATE(u""), KAERR_READ_FAILED, nullptr);
+  const std::u16string writeFailed =
+      KaErrorHandler_GetErrorMessage(KACTX_FROM_TEMPLATE(u""), KAERR_WRITE_FAILED, nullptr);
   std::vector<std::thread> threads;
   std::atomic<int> refused{0}, torn{0};
   for (int t = 0; t < kThreads; ++t)
-    threads.emplace_back([t, &refused, &torn] {
+    threads.emplace_back([&, t] {
       const HRESULT code = t % 2 ? KAERR_READ_FAILED : KAERR_WRITE_FAILED;
-      const std::u16string expect = code == KAERR_READ_FAILED
-                                        ? u"\n\nThe file could not be read. The end of the file "
-                                          u"was reached too soon or the device reported an error."
-                                        : u"\n\nThe file could not be written. The disk may be "
-                                          u"full, removed or write-protected.";
+      const std::u16string& expect = code == KAERR_READ_FAILED ? readFailed : writeFailed;
       for (int i = 0; i < kLines; ++i) {
         if (KaErrorHandler_DetailsAddString(code, u"thread %d line %d", t, i) != S_OK) ++refused;
         const std::u16string message =

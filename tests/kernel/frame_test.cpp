@@ -39,45 +39,48 @@ int record(HWND, const KAWCHAR* text, const KAWCHAR* caption, UINT flags, void* 
 TEST(Frame, CheckVersion) {
   Box box;
   KAMESSAGEBOXHOOK previous = KaSetMessageBoxHook(record, &box);
-  KaLang_SetLanguage(nullptr, "en");
-  const std::u16string incompatible =
-      u"The version of the Ostra Kernel is incompatible with the following client:\n\n";
+  // The box shows the kernel's own sentence: "too old", or "incompatible" with the
+  // client's name put in.
+  const std::u16string tooOld = KaLang_GetString(nullptr, KASTR_KERNEL_TOO_OLD);
+  const std::u16string incompatible = KaLang_GetString(nullptr, KASTR_INCOMPATIBLE_CLIENT);
+  auto naming = [&](const std::u16string& name) {
+    return incompatible.substr(0, incompatible.find(u"%s")) + name +
+           incompatible.substr(incompatible.find(u"%s") + 2);
+  };
   struct Case {
     const char* name;
     DWORD version, kind;
     BOOL quiet;
     HRESULT result;
-    const char16_t* text;  // null: no box
+    const char16_t* client;  // null: no box
   } cases[] = {
       {"Editor", 0x11000141, 3, FALSE, S_OK, nullptr},
       {"Editor", 0x10000000, 3, FALSE, S_OK, nullptr},
-      {"Editor", 0x11000142, 3, FALSE, E_FAIL, u"The version of the Ostra Kernel is too old."},
+      {"Editor", 0x11000142, 3, FALSE, E_FAIL, u""},
       {"Editor", 0x11000142, 3, TRUE, E_FAIL, nullptr},
-      {"Editor", 0, 2, FALSE, E_FAIL, u"Editor."},
-      {nullptr, 0, 4, FALSE, E_FAIL, u"."},
-      {"", 0x11000141, 0, FALSE, E_FAIL, u"."},
-      {"Caf\xE9", 0, 1, FALSE, E_FAIL, u"Café."},  // the system code page, Windows-1252
+      {"Editor", 0, 2, FALSE, E_FAIL, u"Editor"},
+      {nullptr, 0, 4, FALSE, E_FAIL, u""},
+      {"", 0x11000141, 0, FALSE, E_FAIL, u""},
+      {"Caf\xE9", 0, 1, FALSE, E_FAIL, u"Café"},  // the system code page, Windows-1252
       {"Editor", 0, 1, TRUE, E_FAIL, nullptr},
   };
   for (const Case& c : cases) {
     box = Box{};
     EXPECT_EQ(KaKernel_CheckVersion(nullptr, c.name, c.version, c.kind, 0, c.quiet), c.result);
-    if (!c.text) {
+    if (!c.client) {
       EXPECT_EQ(box.calls, 0);
       continue;
     }
     ASSERT_EQ(box.calls, 1);
-    const std::u16string expect = c.kind == 3 ? std::u16string(c.text) : incompatible + c.text;
-    EXPECT_EQ(box.text, expect);
-    EXPECT_EQ(box.caption, u"Ostra Kernel");
+    EXPECT_EQ(box.text, c.kind == 3 ? tooOld : naming(c.client));
+    EXPECT_EQ(box.caption, KaLang_GetString(nullptr, KASTR_KERNEL_CAPTION));
     EXPECT_EQ(box.flags, MB_OK | MB_ICONINFORMATION);
   }
   // The names of long clients are cut at 128 characters.
   box = Box{};
   const std::string longName(300, 'n');
   KaKernel_CheckVersion(nullptr, longName.c_str(), 0, 0, 0, FALSE);
-  EXPECT_EQ(box.text, incompatible + std::u16string(128, u'n') + u".");
-  KaLang_SetLanguage(nullptr, nullptr);
+  EXPECT_EQ(box.text, naming(std::u16string(128, u'n')));
   KaSetMessageBoxHook(previous, nullptr);
   EXPECT_EQ(KaKernel_GetVersion(), 0x11000141u);
 }
