@@ -91,13 +91,15 @@ TEST(AiffFile, FormatFromAiffAndAifc) {
     WORD tag, channels, bits, align;
     DWORD rate;
     DWORD dataSize;
+    INT64 dataAt;
   };
   const std::vector<uint8_t> six = {1, 2, 3, 4, 5, 6};
   const Case cases[] = {
-      {Iff().comm(2, 1, 16, 44100).ssnd({1, 2, 3, 4}).form("AIFF"), 0xFE02, 2, 16, 4, 44100, 4},
-      {Iff().comm(3, 2, 8, 8000).ssnd(six).form("AIFF"), 0xFE01, 3, 8, 3, 8000, 6},
-      {Iff().comm(2, 1, 16, 48000, "sowt").ssnd({1, 2, 3, 4}).form("AIFC"), 1, 2, 16, 4, 48000, 4},
-      {Iff().comm(1, 2, 24, 96000, "NONE").ssnd(six).form("AIFC"), 0xFE02, 1, 24, 3, 96000, 6},
+      {Iff().comm(2, 1, 16, 44100).ssnd({1, 2, 3, 4}).form("AIFF"), 0xFE02, 2, 16, 4, 44100, 4, 54},
+      {Iff().comm(3, 2, 8, 8000).ssnd(six).form("AIFF"), 0xFE01, 3, 8, 3, 8000, 6, 54},
+      {Iff().comm(2, 1, 16, 48000, "sowt").ssnd({1, 2, 3, 4}).form("AIFC"), 1, 2, 16, 4, 48000, 4,
+       58},
+      {Iff().comm(1, 2, 24, 96000, "NONE").ssnd(six).form("AIFC"), 0xFE02, 1, 24, 3, 96000, 6, 58},
       // SSND ahead of COMM, an offset inside SSND, an unknown chunk on the way.
       {Iff()
            .id("ANNO")
@@ -106,12 +108,12 @@ TEST(AiffFile, FormatFromAiffAndAifc) {
            .ssnd({9, 9}, 4)
            .comm(1, 1, 16, 22050)
            .form("AIFF"),
-       0xFE02, 1, 16, 2, 22050, 2},
+       0xFE02, 1, 16, 2, 22050, 2, 44},
       // SSND claiming more than the file holds is cut to what is there.
       {Iff().comm(1, 9, 16, 8000).id("SSND").u32(1000).u32(0).u32(0).u16(7).form("AIFF"), 0xFE02, 1,
-       16, 2, 8000, 2},
+       16, 2, 8000, 2, 54},
       // 12 bits: the block align is counted in whole bytes of the bit depth, at least 1.
-      {Iff().comm(1, 1, 4, 8000).ssnd({1}).form("AIFF"), 0xFE02, 1, 4, 1, 8000, 1},
+      {Iff().comm(1, 1, 4, 8000).ssnd({1}).form("AIFF"), 0xFE02, 1, 4, 1, 8000, 1, 54},
   };
   int i = 0;
   for (const Case& c : cases) {
@@ -125,6 +127,7 @@ TEST(AiffFile, FormatFromAiffAndAifc) {
     const WAVEFORMATEX expect{c.tag, c.channels, c.rate, c.rate * c.align, c.align, c.bits, 0};
     EXPECT_EQ(Bytes().put(&w, 18), Bytes().put(&expect, 18)) << i;
     EXPECT_EQ(size, c.dataSize) << i;
+    EXPECT_EQ(offset, c.dataAt) << i;
     EXPECT_EQ(f.pos(), offset) << i;
     ASSERT_LE(size_t(offset) + size, c.bytes.size());
   }

@@ -1,6 +1,7 @@
-// Every parser over a ByteSource gives the same results for the same bytes whether they
-// come from an open file or from a read-only memory image: generated wave, Wave64, AIFF
-// and AIFC files, each also cut short and with bytes of its headers overwritten.
+// Every parser over a ByteSource, and the exported chunk list, gives the same results for
+// the same bytes whether they come from an open file or from a read-only memory image:
+// generated wave, Wave64, AIFF and AIFC files, each also cut short and with bytes of its
+// headers overwritten.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "format_test_support.h"
@@ -310,7 +312,16 @@ TEST(SourceParity, FileAndMemoryGiveTheSameResults) {
       ++compared;
       if (fromFile.rfind("0 ", 0) == 0 || fromFile.rfind("1 ", 0) == 0) ++succeeded;
     }
+    // The exported chunk lists of the open file and of its bytes in memory.
+    tKACHUNKINFO a[16] = {}, b[16] = {};
+    DWORD na = 0, nb = 0, ca = 0, cb = 0;
+    file.seek(0);
+    const HRESULT ha = KaGetFileChunks(file, a, 16, &na, &ca);
+    const HRESULT hb = KaGetImageChunks(image.data(), image.size(), b, 16, &nb, &cb);
+    ASSERT_EQ(std::tuple(ha, na, ca, hex(a, sizeof a)), std::tuple(hb, nb, cb, hex(b, sizeof b)))
+        << image.size() << " bytes";
   }
+  EXPECT_EQ(KaGetImageChunks(nullptr, 4, nullptr, 0, nullptr), E_POINTER);
   // The images exercise the successful paths too, not only the refusals.
   EXPECT_GT(succeeded, compared / 4);
 }

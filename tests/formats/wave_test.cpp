@@ -115,7 +115,7 @@ TEST(WaveInsert, RewritesSizesInPlace) {
     f.seek(17);
     ASSERT_EQ(KaInsertWavHeader(f, &kCd, 40, 46), S_OK);
     EXPECT_EQ(f.pos(), 17);
-    for (DWORD header : {47u, 44u, 50u, 52u})
+    for (DWORD header : {47u, 44u, 50u, 52u, 55u})
       EXPECT_EQ(KaInsertWavHeader(f, &kCd, 40, header), KAERR_BAD_CHUNK) << header;
     EXPECT_EQ(KaInsertWavHeader(f, &kCd, 0xFFFFFFF0u, 46), KAERR_RIFF_TOO_LARGE);
   }

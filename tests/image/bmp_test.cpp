@@ -7,6 +7,7 @@
 
 #include "ostra/kadib.h"
 #include "ostra/kaerror.h"
+#include "support/guarded_buffer.h"
 #include "support/test_support.h"
 
 namespace {
@@ -119,11 +120,11 @@ TEST(Bmp, RefusesDamagedFiles) {
     EXPECT_EQ(b, nullptr);
   }
   const auto good = bmpFile(4, BI_RGB, 3, 2, std::vector<BYTE>(64, 1), rows);
-  for (size_t n = 0; n < good.size(); ++n) {
+  for (size_t n = 0; n < good.size(); ++n) {  // against a guard page: an over-read faults
     BITMAPINFOHEADER* b = nullptr;
-    std::vector<BYTE> prefix(good.begin(),
-                             good.begin() + ptrdiff_t(n));  // exact size: over-reads fault
-    EXPECT_TRUE(FAILED(KaDib_ReadBmpMemory(prefix.data(), prefix.size(), &b))) << n;
+    ostra::test::GuardedBuffer prefix(n);
+    std::copy(good.begin(), good.begin() + ptrdiff_t(n), prefix.data());
+    EXPECT_TRUE(FAILED(KaDib_ReadBmpMemory(prefix.data(), n, &b))) << n;
   }
   TempDir dir;
   EXPECT_EQ(displist_CreateBitmapFromFile(dir.wfile("missing.bmp").c_str()), nullptr);
