@@ -132,20 +132,6 @@ TEST(Convert, EveryPairMatchesReference) {
   }
 }
 
-TEST(Convert, ExactWideningShifts) {
-  std::vector<uint8_t> s16 = {0x34, 0x12, 0x00, 0x80};
-  std::vector<uint8_t> out(8);
-  KaAudio_GetCopyFunction2(KASAMPLE_PCM32, KASAMPLE_PCM16)(out.data(), s16.data(), 2, 1.0f);
-  EXPECT_EQ(out, (std::vector<uint8_t>{0, 0, 0x34, 0x12, 0, 0, 0x00, 0x80}));
-  out.assign(6, 0xFF);
-  KaAudio_GetCopyFunction2(KASAMPLE_PCM24, KASAMPLE_PCM16)(out.data(), s16.data(), 2, 1.0f);
-  EXPECT_EQ(out, (std::vector<uint8_t>{0, 0x34, 0x12, 0, 0x00, 0x80}));
-  std::vector<uint8_t> s24 = {0x56, 0x34, 0x92};
-  out.assign(4, 0xFF);
-  KaAudio_GetCopyFunction2(KASAMPLE_PCM32, KASAMPLE_PCM24)(out.data(), s24.data(), 1, 1.0f);
-  EXPECT_EQ(out, (std::vector<uint8_t>{0, 0x56, 0x34, 0x92}));
-}
-
 TEST(Convert, WideningWorksInPlace) {
   const KASAMPLETYPE pairs[][2] = {{KASAMPLE_FLOAT32, KASAMPLE_PCM16},
                                    {KASAMPLE_FLOAT64, KASAMPLE_PCM8},
