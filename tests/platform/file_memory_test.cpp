@@ -12,30 +12,36 @@ TEST(File, DispositionsFollowTheClassicRules) {
   TempDir dir;
   const auto path = dir.wfile("a.bin");
   KAHFILE f;
-  struct Case {
+  // The file does not exist at first; each row runs against the state the previous left,
+  // and every open that succeeds leaves four bytes in the file.
+  const struct {
     DWORD disposition;
     HRESULT expect;
+    UINT64 sizeAtOpen;
+  } cases[] = {
+      {OPEN_EXISTING, KAERR_NOT_FOUND, 0},
+      {TRUNCATE_EXISTING, KAERR_NOT_FOUND, 0},
+      {CREATE_NEW, S_OK, 0},
+      {CREATE_NEW, KAERR_ALREADY_EXISTS, 0},
+      {OPEN_EXISTING, S_OK, 4},
+      {OPEN_ALWAYS, S_OK, 4},
+      {CREATE_ALWAYS, S_OK, 0},
+      {TRUNCATE_EXISTING, S_OK, 0},
   };
-  // The file does not exist at first; each row runs against the state the previous left.
-  const Case cases[] = {
-      {OPEN_EXISTING, KAERR_NOT_FOUND},
-      {TRUNCATE_EXISTING, KAERR_NOT_FOUND},
-      {CREATE_NEW, S_OK},
-      {CREATE_NEW, KAERR_ALREADY_EXISTS},
-      {OPEN_EXISTING, S_OK},
-      {OPEN_ALWAYS, S_OK},
-      {CREATE_ALWAYS, S_OK},
-      {TRUNCATE_EXISTING, S_OK},
-  };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.disposition);
     EXPECT_EQ(KaFile_Open(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
                           c.disposition, 0, &f),
-              c.expect)
-        << "disposition " << c.disposition;
-    if (SUCCEEDED(c.expect))
-      EXPECT_EQ(KaFile_Close(f), S_OK);
-    else
+              c.expect);
+    if (FAILED(c.expect)) {
       EXPECT_EQ(f, KA_INVALID_HFILE);
+      continue;
+    }
+    UINT64 size = 99;
+    EXPECT_EQ(KaFile_GetSize(f, &size), S_OK);
+    EXPECT_EQ(size, c.sizeAtOpen);
+    EXPECT_EQ(KaFile_Write(f, "abcd", 4, nullptr), S_OK);
+    EXPECT_EQ(KaFile_Close(f), S_OK);
   }
 }
 
