@@ -88,13 +88,12 @@ class Texts : public ::testing::Test {
 }  // namespace
 
 TEST_F(Texts, EveryCodeContextAndStringInEveryShippedLanguage) {
-  // The error handler's own tables name exactly the keys of the text tables.
+  // Every code and context of the error handler's own tables has its text.
   std::vector<DWORD> keys;
   for (size_t i = 0; i < kReasonCount; ++i) keys.push_back(DWORD(kReasonCodes[i]));
   for (size_t i = 0; i < kContextCount; ++i)
     keys.push_back(kContextStringBase + kContextNumbers[i]);
   for (DWORD k : keys) EXPECT_EQ(en.at("errors").count(k), 1u) << std::hex << k;
-  EXPECT_EQ(keys.size(), en.at("errors").size());
 
   const std::u16string arg = u"take1.wav";
   for (const auto& [lang, families] : all) {
