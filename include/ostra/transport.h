@@ -222,6 +222,7 @@ struct IKAPlayEngine : IUnknown {
   // Preview path (kind 0x400 audio, 0x200 MIDI).
   STDMETHOD(StartPreview)(DWORD kind, const KATRANSPORTPREVIEW* preview) = 0;
   STDMETHOD(StopPreview)(DWORD kind) = 0;
+  STDMETHOD(SeekPreview)(DWORD kind, const KATRANSPORTPREVIEW* preview) = 0;
   STDMETHOD(GetPreviewPosition)(DWORD kind, INT64* ticks) = 0;
   // The mixer's clock adjustment applied to a preview position computed from wall time.
   STDMETHOD_(INT64, AdjustPreviewClock)(INT64 ticks) = 0;
