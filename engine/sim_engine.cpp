@@ -45,7 +45,8 @@ HRESULT SimulatedEngine::GetBufferDuration(INT64* ticks) {
   return S_OK;
 }
 
-HRESULT SimulatedEngine::Start(DWORD, INT64 position, INT64 end) {
+HRESULT SimulatedEngine::Start(DWORD flags, INT64 position, INT64 end) {
+  startFlags_ = flags;
   CsGuard g(lock_);
   anchor_ = position < 0 ? 0 : position;
   anchorTime_ = time_->millis();
@@ -55,7 +56,9 @@ HRESULT SimulatedEngine::Start(DWORD, INT64 position, INT64 end) {
   return S_OK;
 }
 
-HRESULT SimulatedEngine::Stop(DWORD, DWORD) {
+HRESULT SimulatedEngine::Stop(DWORD flags, DWORD extra) {
+  stopFlags_ = flags;
+  stopExtra_ = extra;
   CsGuard g(lock_);
   anchor_ = positionNow();
   running_ = false;

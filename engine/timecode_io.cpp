@@ -78,7 +78,6 @@ HRESULT TimeCodeOutput::Run(BOOL run) {
       period = period_;
       resolution = resolution_;
       previous_ = time_->millis();
-      free_ = true;
     }
     timeBeginPeriod(resolution);
     const UINT id = timeSetEvent(period, resolution, &TimeCodeOutput::timerProc,
@@ -97,7 +96,6 @@ HRESULT TimeCodeOutput::Run(BOOL run) {
   {
     CsGuard g(lock_);
     resolution = resolution_;
-    free_ = false;
   }
   timeEndPeriod(resolution);
   return S_OK;

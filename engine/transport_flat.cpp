@@ -185,6 +185,8 @@ HRESULT Transport_Cleanup() noexcept {
     aux[1] = gAux[1];
     gTransport = nullptr;
     gAux[0] = gAux[1] = nullptr;
+    gCallback = nullptr;
+    gContext = 0;
   }
   if (!t) return E_UNEXPECTED;
   for (IKATimer* a : aux)

@@ -45,6 +45,9 @@ class SimulatedEngine final : public IKAPlayEngine {
   int stops() const noexcept { return stops_.load(); }
   int seeks() const noexcept { return seeks_.load(); }
   INT64 lastEnd() const noexcept { return end_.load(); }
+  DWORD lastStartFlags() const noexcept { return startFlags_.load(); }
+  DWORD lastStopFlags() const noexcept { return stopFlags_.load(); }
+  DWORD lastStopExtra() const noexcept { return stopExtra_.load(); }
 
  private:
   ~SimulatedEngine() = default;
@@ -60,6 +63,7 @@ class SimulatedEngine final : public IKAPlayEngine {
   std::atomic<INT64> buffer_{400000}, end_{-1};
   std::atomic<double> reportedRate_{1.0};
   std::atomic<int> starts_{0}, stops_{0}, seeks_{0};
+  std::atomic<DWORD> startFlags_{0}, stopFlags_{0}, stopExtra_{0};
 };
 
 }  // namespace ostra::engine

@@ -155,7 +155,7 @@ class TimeCodeOutput final : public IKATimeCodeOutput {
   UINT period_ = 10, resolution_ = 1;
   DWORD maximum_ = 24u * 3600u * 1000u, jumpLimit_ = 0;
   DWORD count_ = 0, lastSent_ = 0, previous_ = 0;
-  bool free_ = false;
+  bool free_ = true;  // running free, not slaved to a source
   std::atomic<int> locates_[2]{};
 };
 
