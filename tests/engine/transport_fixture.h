@@ -28,8 +28,12 @@ struct Message {
 
 class Recorder {
  public:
-  // Runs on the callback's thread, outside the recorder's lock.
-  std::function<HRESULT(IKATransport*, const Message&)> hook;
+  using Hook = std::function<HRESULT(IKATransport*, const Message&)>;
+  // The hook runs on the callback's thread, outside the recorder's lock.
+  void setHook(Hook h) {
+    std::lock_guard lk(lock_);
+    hook_ = std::move(h);
+  }
 
   static HRESULT callback(IKATransport* t, unsigned message, DWORD*, UINT64 context,
                           INT64* position, LONG reason) {
@@ -39,12 +43,14 @@ class Recorder {
       m.position[0] = position[0];
       if (message == KATM_SYNCPOSITION) m.position[1] = position[1];
     }
+    Hook hook;
     {
       std::lock_guard lk(self->lock_);
       self->log_.push_back(m);
+      hook = self->hook_;
     }
     self->changed_.notify_all();
-    return self->hook ? self->hook(t, m) : S_OK;
+    return hook ? hook(t, m) : S_OK;
   }
   UINT64 context() { return reinterpret_cast<UINT64>(this); }
 
@@ -72,6 +78,7 @@ class Recorder {
   std::mutex lock_;
   std::condition_variable changed_;
   std::vector<Message> log_;
+  Hook hook_;
 };
 
 // Polls a condition that other threads make true, with a generous limit. Used only for

@@ -54,10 +54,10 @@ TEST_F(TransportTest, StopResultsAndTheOneMessageSix) {
 
   // A stop from inside the callback on the stopping thread returns 1 at once.
   std::atomic<HRESULT> inner{E_FAIL};
-  rec.hook = [&](IKATransport* tr, const Message& m) {
+  rec.setHook([&](IKATransport* tr, const Message& m) {
     if (m.message == KATM_STOPPED) inner = tr->StopPlay(0);
     return S_OK;
-  };
+  });
   ASSERT_EQ(S_OK, t->Start(0, 0));
   EXPECT_EQ(1u, rec.count(KATM_STARTED));
   EXPECT_EQ(S_OK, t->StopPlay(0));
@@ -73,13 +73,13 @@ TEST_F(TransportTest, AStopWaitsForTheStopRunningOnAnotherThread) {
   HANDLE inCallback = KaEvent_Create(TRUE, FALSE);
   HANDLE release = KaEvent_Create(TRUE, FALSE);
   HANDLE secondDone = KaEvent_Create(TRUE, FALSE);
-  rec.hook = [&](IKATransport*, const Message& m) {
+  rec.setHook([&](IKATransport*, const Message& m) {
     if (m.message == KATM_STOPPED) {
       KaEvent_Set(inCallback);
       KaWaitForSingleObject(release, INFINITE);
     }
     return S_OK;
-  };
+  });
   ASSERT_EQ(S_OK, t->Start(0, 0));
   std::thread first([&] { EXPECT_EQ(S_OK, t->StopPlay(0)); });
   ASSERT_EQ(WAIT_OBJECT_0, KaWaitForSingleObject(inCallback, 20000));
@@ -258,13 +258,13 @@ TEST_F(TransportTest, PreviewsPaceTheWorkerAndEndAtTheirEnd) {
   EXPECT_EQ(INFINITE, DWORD(metric(KATRANSPORT_METRIC_WORKER_TIMEOUT)));
 
   // The host refuses the preview: it is stopped again.
-  rec.hook = [](IKATransport*, const Message& msg) {
+  rec.setHook([](IKATransport*, const Message& msg) {
     return msg.message == KATM_PREVIEWSTARTED ? E_ABORT : S_OK;
-  };
+  });
   EXPECT_EQ(E_ABORT, t->StartPreview(0, -1, FALSE, 1.0));
   EXPECT_EQ(2u, rec.count(KATM_PREVIEWSTOPPED));
   EXPECT_EQ(0u, status() & KATS_AUDIOPREVIEW);
-  rec.hook = nullptr;
+  rec.setHook(nullptr);
   // A MIDI preview stop sends 0x8007 besides 0x8006.
   ASSERT_EQ(S_OK, t->StartMIDIPreview(0, -1, FALSE, 1.0));
   EXPECT_EQ(S_OK, t->StopMIDIPreview(0));
