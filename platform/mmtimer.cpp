@@ -58,8 +58,10 @@ struct TimerThread {
         continue;
       }
       auto first = queue.begin();
-      if (Clock::now() < first->first) {
-        changed.wait_until(lk, first->first);
+      // A copy: the entry may be erased while the wait has the lock released.
+      const Clock::time_point due = first->first;
+      if (Clock::now() < due) {
+        changed.wait_until(lk, due);
         continue;
       }
       const UINT id = first->second;
