@@ -60,6 +60,9 @@ void setup(CLI::App& cmd) {
       std::unique_lock lk(log.lock);
       log.changed.wait(lk, [&] { return log.stopped; });
     }
+    // Message 6 comes from inside the worker's stop; a stop of our own waits for that one
+    // to finish (and finds nothing left to stop), so the status below is the settled one.
+    if (t && SUCCEEDED(r)) t->StopPlay(0);
     const DWORD status = Transport_GetStatus();
     if (t) t->Release();
     Transport_Cleanup();
