@@ -4,6 +4,7 @@
 
 #include "fileio/internal/manager.h"
 #include "ostra/kacom.h"
+#include "ostra/kaerror.h"
 #include "ostra/kaini.h"
 #include "ostra/kamodule.h"
 #include "ostra/kaplatform.h"
@@ -71,7 +72,8 @@ std::vector<ConfigEntry> readConfigFiles(const U16& folder, const std::vector<U1
       }
       e.path = isAbsolute(path) ? path : folder + u"/" + path;
       if (e.path.size() >= KAFIO_MAX_PATH || key.size() >= KAFIO_MAX_NAME) {
-        KAFIO_LOG(logger, 1, "Plug-in configuration '%s': plug-in '%s' has a name or path too long; skipped",
+        KAFIO_LOG(logger, 1,
+                  "Plug-in configuration '%s': plug-in '%s' has a name or path too long; skipped",
                   toUtf8(file).c_str(), toUtf8(key).c_str());
         continue;
       }
@@ -80,9 +82,11 @@ std::vector<ConfigEntry> readConfigFiles(const U16& folder, const std::vector<U1
       for (const U16& x : exclude) excluded = excluded || lowerAscii(x) == module;
       if (excluded) continue;
       bool duplicate = false;
-      for (const ConfigEntry& other : entries) duplicate = duplicate || lowerAscii(other.name) == lowerAscii(key);
+      for (const ConfigEntry& other : entries)
+        duplicate = duplicate || lowerAscii(other.name) == lowerAscii(key);
       if (duplicate) {
-        KAFIO_LOG(logger, 1, "Plug-in configuration '%s': plug-in '%s' is named twice; the first stands",
+        KAFIO_LOG(logger, 1,
+                  "Plug-in configuration '%s': plug-in '%s' is named twice; the first stands",
                   toUtf8(file).c_str(), toUtf8(key).c_str());
         continue;
       }
@@ -164,7 +168,8 @@ void writeCacheEntry(const U16& cacheFile, const KAFIOPLUGINENTRY& e) {
   };
   const auto guid = [](REFGUID g) { return isNullGuid(g) ? U16(kAbsent) : guidText(g); };
   U16 types;
-  for (DWORD i = 0; i < e.streamTypeCount; ++i) types += U16(i ? u";" : u"") + e.streamTypes[i].name;
+  for (DWORD i = 0; i < e.streamTypeCount; ++i)
+    types += U16(i ? u";" : u"") + e.streamTypes[i].name;
   KaIni_DeleteSection(section, file);
   KaIni_WriteString(u"main", u"LangID", number(e.langId).c_str(), file);
   const std::pair<const KAWCHAR*, U16> keys[] = {
@@ -212,8 +217,8 @@ HRESULT loadPluginModule(const U16& path, const U16& preload, LoadedModule* load
   }
   HRESULT hr = KaModule_Load(path.c_str(), &loaded->module);
   if (FAILED(hr)) return hr;
-  const auto entry =
-      reinterpret_cast<KAFIO_PLUGIN_ENTRY>(KaModule_GetSymbol(loaded->module, KAFIO_PLUGIN_ENTRY_NAME));
+  const auto entry = reinterpret_cast<KAFIO_PLUGIN_ENTRY>(
+      KaModule_GetSymbol(loaded->module, KAFIO_PLUGIN_ENTRY_NAME));
   if (!entry) return KAERR_NOT_FOUND;
   hr = entry(KAFIO_PLUGIN_API_VERSION, &loaded->factory);
   if (SUCCEEDED(hr) && !loaded->factory) hr = E_POINTER;
@@ -234,8 +239,8 @@ HRESULT describePlugin(IKaFioPluginFactory* factory, KAFIOPLUGINENTRY* entry) {
   info.preloadModules[255] = 0;
   copyText(entry->dialogName, 64, info.dialogName);
   copyText(entry->preloadModules, 256, info.preloadModules);
-  entry->streamTypeCount = info.streamTypeCount < KAFIO_MAX_STREAMTYPES ? info.streamTypeCount
-                                                                        : KAFIO_MAX_STREAMTYPES;
+  entry->streamTypeCount =
+      info.streamTypeCount < KAFIO_MAX_STREAMTYPES ? info.streamTypeCount : KAFIO_MAX_STREAMTYPES;
   for (DWORD i = 0; i < entry->streamTypeCount; ++i) {
     entry->streamTypes[i] = info.streamTypes[i];
     entry->streamTypes[i].name[31] = 0;
@@ -255,7 +260,8 @@ HRESULT describePlugin(IKaFioPluginFactory* factory, KAFIOPLUGINENTRY* entry) {
   }
   if (!isNullGuid(info.renderer)) {
     IKaRenderFileClass* wc = nullptr;
-    hr = factory->GetClassObject(info.renderer, IID_IKaRenderFileClass, reinterpret_cast<void**>(&wc));
+    hr = factory->GetClassObject(info.renderer, IID_IKaRenderFileClass,
+                                 reinterpret_cast<void**>(&wc));
     if (FAILED(hr) || !wc) return FAILED(hr) ? hr : E_POINTER;
     text[0] = 0;
     if (SUCCEEDED(wc->GetExtensions(text, KAFIO_MAX_EXTENSIONS))) {

@@ -109,16 +109,15 @@ void KaFio_ResetMetrics() noexcept {
 }
 
 const KAWCHAR* KaFio_GetMetaKey(DWORD index) noexcept {
-  static constexpr const KAWCHAR* kKeys[KAFIO_META_KEY_COUNT] = {
-      u"Title",
-      u"Rotation",
-      u"colour_description_present",
-      u"colour_primaries",
-      u"transfer_characteristics",
-      u"matrix_coefficients",
-      u"MasteringDisplay_ColorPrimaries",
-      u"MasteringDisplay_Luminance",
-      u"colour_range"};
+  static constexpr const KAWCHAR* kKeys[KAFIO_META_KEY_COUNT] = {u"Title",
+                                                                 u"Rotation",
+                                                                 u"colour_description_present",
+                                                                 u"colour_primaries",
+                                                                 u"transfer_characteristics",
+                                                                 u"matrix_coefficients",
+                                                                 u"MasteringDisplay_ColorPrimaries",
+                                                                 u"MasteringDisplay_Luminance",
+                                                                 u"colour_range"};
   return index < KAFIO_META_KEY_COUNT ? kKeys[index] : nullptr;
 }
 

@@ -114,38 +114,38 @@ constexpr CLSID C = CLSID_KaFioCompoundReader;
 // reads, the compound reader for containers that carry several essences, the general audio
 // reader for audio, and the general media reader for everything as the last resort.
 constexpr FormatRow kTable[] = {
-    {kWave, K},           {kWave, A},           {kWave, M},        {kRf64, K},
-    {kRf64, A},           {kRf64, M},           {kWave64, K},      {kWave64, A},
-    {kWave64, M},         {kAiff, K},           {kAiff, A},        {kAiff, M},
-    {kAifc, K},           {kAifc, A},           {kAifc, M},        {kFlac, A},
-    {kFlac, M},           {kFlac, C},           {kOggVorbis, A},   {kOggVorbis, M},
-    {kOggVorbis, C},      {kOggOpus, A},        {kOggOpus, M},     {kOggOpus, C},
-    {kMpeg4, C},          {kMpeg4, M},          {kMpeg4, A},       {kMpegAudio, M},
-    {kMpegAudio, A},      {kMpegAudio, C},      {kAdts, M},        {kAdts, A},
-    {kAdts, C},           {kSunAu, A},          {kSunAu, M},       {kSunAu, C},
-    {kCaf, A},            {kCaf, M},            {kCaf, C},         {kAvi, C},
-    {kAvi, M},            {kAvi, A},            {kMpeg4Audio, M},  {kMpeg4Audio, C},
-    {kMpeg4Audio, A},     {kQuickTime, C},      {kQuickTime, M},   {kQuickTime, A},
-    {kMxf, C},            {kMxf, M},            {kMxf, A},         {kAsf, M},
-    {kAsf, C},            {kAsf, A},            {kAc3, M},         {kAc3, A},
-    {kAc3, C},            {kDts, M},            {kDts, A},         {kDts, C},
-    {kOggTheora, M},      {kOggTheora, C},      {kOggTheora, A},   {kOgg, A},
-    {kOgg, M},            {kOgg, C},            {kMpegProgram, C}, {kMpegProgram, M},
-    {kMpegProgram, A},    {kMpegVideo, M},      {kMpegVideo, C},   {kMpegVideo, A},
-    {kMpegTransport, C},  {kMpegTransport, M},  {kMpegTransport, A}, {k3gp, C},
-    {k3gp, M},            {k3gp, A},            {kWebm, C},        {kWebm, M},
-    {kWebm, A},           {kIrcam, A},          {kIrcam, M},       {kIrcam, C},
-    {kMatroska, C},       {kMatroska, M},       {kMatroska, A},    {kAmr, M},
-    {kAmr, A},            {kAmr, C},            {kWavPack, A},     {kWavPack, M},
-    {kWavPack, C},        {kPng, M},            {kPng, C},         {kPng, A},
-    {kJpeg, M},           {kJpeg, C},           {kJpeg, A},        {kBmp, M},
-    {kBmp, C},            {kBmp, A},            {kGif, M},         {kGif, C},
-    {kGif, A},            {kTiff, M},           {kTiff, C},        {kTiff, A},
-    {kH264, M},           {kH264, C},           {kH264, A},        {kHevc, M},
-    {kHevc, C},           {kHevc, A},           {kFlv, M},         {kFlv, C},
-    {kFlv, A},            {k8svx, A},           {k8svx, M},        {k8svx, C},
-    {kHeif, M},           {kHeif, C},           {kHeif, A},        {kWebp, M},
-    {kWebp, C},           {kWebp, A},           {kTta, A},         {kTta, M},
+    {kWave, K},          {kWave, A},          {kWave, M},          {kRf64, K},
+    {kRf64, A},          {kRf64, M},          {kWave64, K},        {kWave64, A},
+    {kWave64, M},        {kAiff, K},          {kAiff, A},          {kAiff, M},
+    {kAifc, K},          {kAifc, A},          {kAifc, M},          {kFlac, A},
+    {kFlac, M},          {kFlac, C},          {kOggVorbis, A},     {kOggVorbis, M},
+    {kOggVorbis, C},     {kOggOpus, A},       {kOggOpus, M},       {kOggOpus, C},
+    {kMpeg4, C},         {kMpeg4, M},         {kMpeg4, A},         {kMpegAudio, M},
+    {kMpegAudio, A},     {kMpegAudio, C},     {kAdts, M},          {kAdts, A},
+    {kAdts, C},          {kSunAu, A},         {kSunAu, M},         {kSunAu, C},
+    {kCaf, A},           {kCaf, M},           {kCaf, C},           {kAvi, C},
+    {kAvi, M},           {kAvi, A},           {kMpeg4Audio, M},    {kMpeg4Audio, C},
+    {kMpeg4Audio, A},    {kQuickTime, C},     {kQuickTime, M},     {kQuickTime, A},
+    {kMxf, C},           {kMxf, M},           {kMxf, A},           {kAsf, M},
+    {kAsf, C},           {kAsf, A},           {kAc3, M},           {kAc3, A},
+    {kAc3, C},           {kDts, M},           {kDts, A},           {kDts, C},
+    {kOggTheora, M},     {kOggTheora, C},     {kOggTheora, A},     {kOgg, A},
+    {kOgg, M},           {kOgg, C},           {kMpegProgram, C},   {kMpegProgram, M},
+    {kMpegProgram, A},   {kMpegVideo, M},     {kMpegVideo, C},     {kMpegVideo, A},
+    {kMpegTransport, C}, {kMpegTransport, M}, {kMpegTransport, A}, {k3gp, C},
+    {k3gp, M},           {k3gp, A},           {kWebm, C},          {kWebm, M},
+    {kWebm, A},          {kIrcam, A},         {kIrcam, M},         {kIrcam, C},
+    {kMatroska, C},      {kMatroska, M},      {kMatroska, A},      {kAmr, M},
+    {kAmr, A},           {kAmr, C},           {kWavPack, A},       {kWavPack, M},
+    {kWavPack, C},       {kPng, M},           {kPng, C},           {kPng, A},
+    {kJpeg, M},          {kJpeg, C},          {kJpeg, A},          {kBmp, M},
+    {kBmp, C},           {kBmp, A},           {kGif, M},           {kGif, C},
+    {kGif, A},           {kTiff, M},          {kTiff, C},          {kTiff, A},
+    {kH264, M},          {kH264, C},          {kH264, A},          {kHevc, M},
+    {kHevc, C},          {kHevc, A},          {kFlv, M},           {kFlv, C},
+    {kFlv, A},           {k8svx, A},          {k8svx, M},          {k8svx, C},
+    {kHeif, M},          {kHeif, C},          {kHeif, A},          {kWebp, M},
+    {kWebp, C},          {kWebp, A},          {kTta, A},           {kTta, M},
     {kTta, C},
 };
 static_assert(std::size(kTable) == kFormatRows, "the format table has 129 rows");
@@ -253,7 +253,8 @@ DWORD KaFio_SniffFormat(const void* head, DWORD n) noexcept {
     return kIrcam;
   if (atBytes(p, n, 0, {0x00, 0x00, 0x01, 0xBA})) return kMpegProgram;
   if (atBytes(p, n, 0, {0x00, 0x00, 0x01, 0xB3})) return kMpegVideo;
-  if (atBytes(p, n, 0, {0x00, 0x00, 0x00, 0x01, 0x67}) || atBytes(p, n, 0, {0x00, 0x00, 0x01, 0x67}))
+  if (atBytes(p, n, 0, {0x00, 0x00, 0x00, 0x01, 0x67}) ||
+      atBytes(p, n, 0, {0x00, 0x00, 0x01, 0x67}))
     return kH264;
   if (atBytes(p, n, 0, {0x00, 0x00, 0x00, 0x01, 0x40, 0x01})) return kHevc;
   if (transportStream(p, n, 188, 0) || transportStream(p, n, 192, 4)) return kMpegTransport;
