@@ -92,6 +92,9 @@ function(ostra_assemble_library)
     list(APPEND objs $<TARGET_OBJECTS:${l}>)
   endforeach()
   set(deps OpenMP::OpenMP_CXX Threads::Threads ${CMAKE_DL_LIBS})
+  # Libraries that single folders need (find_package'd there), e.g. expat for fileio/.
+  get_property(extra GLOBAL PROPERTY OSTRA_EXTRA_DEPS)
+  list(APPEND deps ${extra})
 
   add_library(ostrakernel SHARED ${objs})
   set_target_properties(ostrakernel PROPERTIES

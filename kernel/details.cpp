@@ -148,6 +148,17 @@ HRESULT KaErrorHandler_DetailsInfo(HRESULT* code, DWORD* lines, DWORD* thread) n
   return S_OK;
 }
 
+DWORD KaErrorHandler_DetailsGetText(KAWCHAR* buffer, DWORD chars) noexcept {
+  Details& d = details();
+  std::lock_guard<std::mutex> g(d.lock);
+  if (buffer && chars) {
+    const size_t n = std::min<size_t>(d.text.size(), chars - 1);
+    std::copy_n(d.text.data(), n, buffer);
+    buffer[n] = 0;
+  }
+  return DWORD(d.text.size());
+}
+
 HRESULT KaErrorHandler_DetailsSetHyperlink(const KAWCHAR* caption, const KAWCHAR* target) noexcept {
   try {
     const std::u16string c = caption ? caption : u"";

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@
 #include "ostra/kaerror.h"
 #include "ostra/kaini.h"
 #include "ostra/kaplatform.h"
+#include "platform/internal/sysops.h"
 #include "platform/internal/text.h"
 
 namespace {
@@ -88,18 +90,13 @@ Kind parse(View line, View* name, View* value) {
   return Kind::Key;
 }
 
-HRESULT load(const std::string& path, IniFile& f, bool* exists) {
-  *exists = false;
-  KAHFILE fd;
-  HRESULT hr = KaFile_OpenUtf8(path.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, 0, &fd);
-  if (FAILED(hr)) return hr == KAERR_NOT_FOUND ? S_OK : hr;
+HRESULT readAll(KAHFILE fd, IniFile& f) {
+  HRESULT hr;
   std::string bytes;
   char buf[16384];
   DWORD got = 0;
   while (SUCCEEDED(hr = KaFile_Read(fd, buf, sizeof buf, &got)) && got) bytes.append(buf, got);
-  KaFile_Close(fd);
   if (FAILED(hr)) return hr;
-  *exists = true;
   U16 text;
   auto units = [&](size_t from, bool big) {
     for (size_t i = from; i + 1 < bytes.size(); i += 2) {
@@ -137,6 +134,78 @@ HRESULT load(const std::string& path, IniFile& f, bool* exists) {
   }
   if (start < text.size()) f.lines.emplace_back(text, start);
   return S_OK;
+}
+
+HRESULT load(const std::string& path, IniFile& f, bool* exists) {
+  *exists = false;
+  KAHFILE fd;
+  HRESULT hr = KaFile_OpenUtf8(path.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, 0, &fd);
+  if (FAILED(hr)) return hr == KAERR_NOT_FOUND ? S_OK : hr;
+  hr = readAll(fd, f);
+  KaFile_Close(fd);
+  *exists = SUCCEEDED(hr);
+  return hr;
+}
+
+// The last file read, decoded, for the lookups that follow one another on the same file
+// (a cache of plug-in descriptions is read key by key). A file is the same while its
+// identity, size and modification time are: every write here replaces the file through a
+// rename, which gives it a new identity.
+struct ReadCache {
+  std::mutex lock;
+  std::string path;
+  struct stat status {};
+  std::shared_ptr<const IniFile> file;
+};
+
+ReadCache& readCache() {
+  static ReadCache cache;
+  return cache;
+}
+
+bool sameStatus(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+         a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+// A file changed in place within the file system's clock tick keeps its time stamp; one
+// whose time is older than a few ticks cannot be mistaken for its successor.
+bool settled(const struct stat& st) {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  const int64_t age = (int64_t(now.tv_sec) - st.st_mtim.tv_sec) * 1000000000LL +
+                      (int64_t(now.tv_nsec) - st.st_mtim.tv_nsec);
+  return age > 100000000LL;
+}
+
+void remember(const std::string& path, const struct stat& st, std::shared_ptr<const IniFile> f) {
+  ReadCache& cache = readCache();
+  std::lock_guard lk(cache.lock);
+  cache.path = path;
+  cache.status = st;
+  cache.file = std::move(f);
+}
+
+std::shared_ptr<const IniFile> loadForReading(const std::string& path) {
+  KAHFILE fd;
+  if (FAILED(KaFile_OpenUtf8(path.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, 0, &fd)))
+    return std::make_shared<const IniFile>();
+  struct stat st {};
+  const bool known = ostra::platform::sysOps().fstat(fd, &st) == 0;
+  ReadCache& cache = readCache();
+  if (known) {
+    std::lock_guard lk(cache.lock);
+    if (cache.file && cache.path == path && sameStatus(cache.status, st)) {
+      KaFile_Close(fd);
+      return cache.file;
+    }
+  }
+  auto f = std::make_shared<IniFile>();
+  const HRESULT hr = readAll(fd, *f);
+  KaFile_Close(fd);
+  if (FAILED(hr)) return std::make_shared<const IniFile>();
+  if (known && settled(st)) remember(path, st, f);
+  return f;
 }
 
 HRESULT save(const std::string& path, const IniFile& f) {
@@ -197,6 +266,8 @@ HRESULT save(const std::string& path, const IniFile& f) {
     unlink(tmp.c_str());
     return hr;
   }
+  // The file just written is the one the next lookup will read (its identity is new).
+  if (stat(path.c_str(), &st) == 0) remember(path, st, std::make_shared<const IniFile>(f));
   return S_OK;
 }
 
@@ -274,9 +345,9 @@ DWORD KaIni_GetString(const KAWCHAR* section, const KAWCHAR* key, const KAWCHAR*
                       KAWCHAR* buffer, DWORD size, const KAWCHAR* file) noexcept try {
   if (!buffer || size == 0) return 0;
   buffer[0] = 0;
-  IniFile f;
-  bool exists = false;
-  if (file) load(pathOf(file), f, &exists);
+  const std::shared_ptr<const IniFile> cached =
+      file ? loadForReading(pathOf(file)) : std::make_shared<const IniFile>();
+  const IniFile& f = *cached;
   std::vector<View> names;
   View name, value;
   if (!section) {

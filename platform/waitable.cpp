@@ -6,6 +6,7 @@
 #include <new>
 #include <utility>
 #include "ostra/kaplatform.h"
+#include "ostra/transport.h"
 
 namespace ostra::platform {
 namespace {
@@ -29,6 +30,7 @@ Table& table() {
 
 bool ready(const SyncObject* o, const ThreadState* me) {
   if (o->kind == ObjKind::Mutex) return o->owner == nullptr || o->owner == me;
+  if (o->kind == ObjKind::Semaphore) return o->count > 0;
   return o->signalled;
 }
 
@@ -43,6 +45,10 @@ bool acquire(SyncObject* o, ThreadState* me) {
     }
     ++o->recursion;
     return std::exchange(o->abandoned, false);
+  }
+  if (o->kind == ObjKind::Semaphore) {
+    --o->count;
+    return false;
   }
   if (!o->manualReset) o->signalled = false;
   return false;
@@ -323,4 +329,30 @@ BOOL KaMutex_Release(HANDLE mutex) noexcept {
 UINT64 KaHandle_LiveCount() noexcept {
   std::lock_guard lk(syncLock());
   return liveHandlesLocked();
+}
+
+HANDLE KaSemaphore_Create(LONG initialCount, LONG maximumCount) noexcept try {
+  if (maximumCount <= 0 || initialCount < 0 || initialCount > maximumCount) return nullptr;
+  auto* s = new SyncObject(ObjKind::Semaphore);
+  s->count = initialCount;
+  s->maximum = maximumCount;
+  std::lock_guard lk(syncLock());
+  try {
+    return addHandleLocked(s);
+  } catch (...) {
+    delete s;
+    return nullptr;
+  }
+} catch (...) {
+  return nullptr;
+}
+
+BOOL KaSemaphore_Release(HANDLE semaphore, LONG count, LONG* previousCount) noexcept {
+  std::lock_guard lk(syncLock());
+  SyncObject* s = lookupKindLocked(semaphore, ObjKind::Semaphore);
+  if (!s || count <= 0 || count > s->maximum - s->count) return FALSE;
+  if (previousCount) *previousCount = LONG(s->count);
+  s->count += count;
+  wakeWaitersLocked(s);
+  return TRUE;
 }

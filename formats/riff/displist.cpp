@@ -6,6 +6,7 @@
 
 #include "formats/riff/internal/chunk_walker.h"
 #include "formats/riff/internal/chunk_walker64.h"
+#include "formats/riff/internal/details_note.h"
 #include "formats/riff/internal/iff_io.h"
 #include "formats/riff/internal/source_parsers.h"
 #include "formats/riff/internal/summary_mem.h"
@@ -15,6 +16,7 @@ using namespace ostra::riff::iffio;
 using namespace ostra::riff::listmem;
 using ostra::riff::ByteSource;
 using ostra::riff::FileSource;
+using ostra::riff::note;
 namespace walk = ostra::riff;
 namespace walk64 = ostra::riff64;
 
@@ -114,7 +116,11 @@ HRESULT ostra::riff::displistLoad(ByteSource& file, _displisttag* list, DWORD* r
     if (FAILED(hr = walk::readHeader(file, &id, &size))) break;
     budget -= 8;
     const UINT64 padded = UINT64(size) + (size & 1);
-    if (padded > budget) break;  // runs past what is left: the walk ends here
+    if (padded > budget) {  // runs past what is left: the walk ends here
+      note("chunk '%.4s' of %u bytes runs past the end of the list; the rest is skipped",
+           ostra::riff::IdText(id).text, unsigned(size));
+      break;
+    }
     _displistitemtag* item = nullptr;
     if (id == RIFF_ID_DISP && size >= 4) {
       BYTE format[4];

@@ -6,6 +6,7 @@
 
 #include "formats/riff/internal/chunk_walker.h"
 #include "formats/riff/internal/chunk_walker64.h"
+#include "formats/riff/internal/details_note.h"
 #include "formats/riff/internal/filewfx_detect.h"
 #include "formats/riff/internal/source_parsers.h"
 
@@ -40,7 +41,11 @@ HRESULT findFmt(ByteSource& f, DWORD container, UINT64* size) {
 // The stored description, padded with zeros; a 16-byte chunk reads as cbSize 0 and a
 // cbSize larger than the chunk is cut to it.
 HRESULT readFmt(ByteSource& f, UINT64 size, std::vector<BYTE>* out) {
-  if (size < 16) return KAERR_CORRUPT_FILE;
+  if (size < 16) {
+    note("the format chunk holds %llu bytes, fewer than the 16 of a format",
+         (unsigned long long)size);
+    return KAERR_CORRUPT_FILE;
+  }
   const DWORD n = DWORD(std::min<UINT64>(size, kFmtCapacity));
   out->assign(kFmtCapacity + 2, 0);
   if (HRESULT hr = readExact(f, out->data(), n); FAILED(hr)) return hr;

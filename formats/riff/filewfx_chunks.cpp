@@ -7,6 +7,7 @@
 
 #include "formats/riff/internal/chunk_walker.h"
 #include "formats/riff/internal/chunk_walker64.h"
+#include "formats/riff/internal/details_note.h"
 #include "formats/riff/internal/filewfx_detect.h"
 #include "formats/riff/internal/source_parsers.h"
 
@@ -128,7 +129,11 @@ HRESULT audioData(ByteSource& f, tKAAUDIODATA* out) {
       r.statedSize = offset <= ssnd - 8 ? ssnd - 8 - offset : 0;
       WAVEFORMATEX w;
       INT64 start = 0;
-      if (HRESULT hr = iff::getAiffWfx(f, &w, &start); FAILED(hr)) return hr;
+      DWORD frames = 0;
+      if (HRESULT hr = iff::getAiffWfx(f, &w, &start, nullptr, &frames); FAILED(hr)) return hr;
+      if (w.nBlockAlign && r.statedSize / w.nBlockAlign != frames)
+        note("COMM states %u frames; SSND states %llu bytes, %llu frames", unsigned(frames),
+             (unsigned long long)r.statedSize, (unsigned long long)(r.statedSize / w.nBlockAlign));
       r.bigEndian = !(d.container == KACONTAINER_AIFC && d.compression == IFFID_sowt);
       if (HRESULT hr = seekTo(f, start); FAILED(hr)) return hr;
       break;
@@ -140,8 +145,54 @@ HRESULT audioData(ByteSource& f, tKAAUDIODATA* out) {
   if (at < 0) return KAERR_READ_FAILED;
   r.offset = UINT64(at);
   r.size = r.offset >= length ? 0 : std::min(r.statedSize, length - r.offset);
+  if (r.size != r.statedSize)
+    note("the %s chunk states %llu sample bytes from %llu; the file holds %llu, which are used",
+         d.family == 'F' ? "SSND" : "data", (unsigned long long)r.statedSize,
+         (unsigned long long)r.offset, (unsigned long long)r.size);
   *out = r;
   return S_OK;
+}
+
+// The container's own size against the file, and chunks that run past the end, as
+// details lines; only the call that returns the whole list writes them, so a caller that
+// sizes its list with a first call does not get them twice.
+void noteShape(ByteSource& f, const Detected& d, UINT64 length, const tKACHUNKINFO* chunks,
+               DWORD count) {
+  const char* form = d.family == 'R' ? "RIFF" : d.family == 'W' ? "Wave64 riff" : "FORM";
+  UINT64 end = 0, smallest = 12;
+  BYTE word[8] = {};
+  if (d.family == 'W') {
+    if (FAILED(seekTo(f, 16)) || FAILED(readExact(f, word, 8))) return;
+    for (int i = 0; i < 8; ++i) end |= UINT64(word[i]) << (8 * i);
+    smallest = 40;
+  } else {
+    if (FAILED(seekTo(f, 4)) || FAILED(readExact(f, word, 4))) return;
+    const DWORD v =
+        DWORD(word[0]) | DWORD(word[1]) << 8 | DWORD(word[2]) << 16 | DWORD(word[3]) << 24;
+    end = UINT64(d.family == 'F' ? swap32(v) : v) + 8;
+  }
+  const UINT64 pad = d.family == 'W' ? 7 : 1;
+  const bool believable = end > smallest && end <= length + pad;
+  if (!believable)
+    note("the %s size says the file ends at %llu; it ends at %llu, which is used", form,
+         (unsigned long long)end, (unsigned long long)length);
+  else if (end + pad < length)
+    note("%llu bytes after the end of the %s at %llu are not part of it",
+         (unsigned long long)(length - end), form, (unsigned long long)end);
+  const UINT64 header = d.family == 'W' ? 24 : 8;
+  int noted = 0;
+  for (DWORD i = 0; i < count && noted < 16; ++i) {
+    const tKACHUNKINFO& c = chunks[i];
+    // The samples' chunk is reported by the data lookup, which clamps it.
+    const bool samples = !std::strcmp(c.name, "data") || !std::strcmp(c.name, "SSND");
+    // Chunks past a believable end of the container are leftovers, not the file's.
+    const bool beyond = believable && c.offset >= end;
+    if (c.depth || samples || beyond || c.size <= length - std::min(length, c.offset + header))
+      continue;
+    note("chunk '%s' at %llu states %llu bytes and runs past the end of the file", c.name,
+         (unsigned long long)c.offset, (unsigned long long)c.size);
+    ++noted;
+  }
 }
 
 }  // namespace
@@ -174,7 +225,9 @@ HRESULT getFileChunks(ByteSource& file, tKACHUNKINFO* chunks, DWORD capacity, DW
       return KAERR_UNSUPPORTED_FILE;
   }
   *count = sink.count;
-  return sink.count > capacity ? S_FALSE : S_OK;
+  if (sink.count > capacity) return S_FALSE;
+  noteShape(file, d, length, chunks, sink.count);
+  return S_OK;
 }
 
 }  // namespace ostra::riff::filewfx

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "formats/riff/internal/chunk_walker.h"
+#include "formats/riff/internal/details_note.h"
 #include "formats/riff/internal/iff_io.h"
 #include "formats/riff/internal/source_parsers.h"
 #include "formats/riff/internal/summary_mem.h"
@@ -17,6 +18,7 @@ using namespace ostra::riff::iffio;
 using namespace ostra::riff::listmem;
 using ostra::riff::ByteSource;
 using ostra::riff::FileSource;
+using ostra::riff::note;
 namespace walk = ostra::riff;
 
 namespace {
@@ -98,7 +100,14 @@ HRESULT readItems(ByteSource& f, _summarylisttag* list, DWORD budget, Decode dec
     // Never past the list, and never more than the file still holds.
     const DWORD n = std::min(size, budget);
     const INT64 at = tell(f);
-    if (at < 0 || UINT64(at) + n > length) return KAERR_READ_FAILED;
+    const ostra::riff::IdText name(id);
+    if (at < 0 || UINT64(at) + n > length) {
+      note("item '%.4s' at %lld runs past the end of the file", name.text, (long long)at - 8);
+      return KAERR_READ_FAILED;
+    }
+    if (n < size)
+      note("item '%.4s' at %lld states %u bytes; the list holds %u, which are kept", name.text,
+           (long long)at - 8, unsigned(size), unsigned(n));
     bytes.assign(SIZE_T(n) + 1, '\0');
     if (HRESULT hr = readExact(f, bytes.data(), n); FAILED(hr)) return hr;
     const DWORD pad = (n == size && (size & 1) && budget > n) ? 1 : 0;

@@ -9,12 +9,15 @@
 #include <vector>
 
 #include "formats/riff/internal/byte_source.h"
+#include "formats/riff/internal/details_note.h"
 #include "formats/riff/internal/source_parsers.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kawave.h"
 #include "ostra/riff.h"
 #include "ostra/riff64.h"
+
+using ostra::riff::note;
 
 namespace {
 
@@ -451,14 +454,23 @@ HRESULT Planner::sizes() {
     if (tail < length_) {
       plan_->notes |= KAREPAIR_NOTE_TRAILING_CHUNKS;
       plan_->trailingChunks = tail;
+      note("chunks after the samples start at %llu; they are kept", (unsigned long long)tail);
     }
-    if ((tail - dataStart) % blockAlign_) plan_->notes |= KAREPAIR_NOTE_PARTIAL_FRAME;
+    if ((tail - dataStart) % blockAlign_) {
+      plan_->notes |= KAREPAIR_NOTE_PARTIAL_FRAME;
+      note("a partial last frame of %llu bytes is left outside the data chunk",
+           (unsigned long long)((tail - dataStart) % blockAlign_));
+    }
   }
   if (!l_.w64 && end - 8 > RIFF_MAX_SIZE) {
     dataLen = std::min<uint64_t>(
         dataLen, (uint64_t(RIFF_MAX_SIZE) + 8 - dataStart) / blockAlign_ * blockAlign_);
     end = dataStart + dataLen + (dataLen & 1);
     plan_->notes |= KAREPAIR_NOTE_RIFF_LIMIT;
+    note(
+        "more samples than a RIFF file can describe: the data chunk keeps the first %llu bytes;"
+        " convert the file to Wave64 to keep all",
+        (unsigned long long)dataLen);
   }
   plan_->dataOffset = dataStart;
   plan_->dataLength = dataLen;

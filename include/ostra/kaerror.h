@@ -170,6 +170,12 @@ OSTRA_API HRESULT KaErrorHandler_DetailsAddString(HRESULT code, const KAWCHAR* f
 // Any of the pointers may be null. `thread` is the id of the owning thread
 // (KaGetCurrentThreadId; 0 when none).
 OSTRA_API HRESULT KaErrorHandler_DetailsInfo(HRESULT* code, DWORD* lines, DWORD* thread) noexcept;
+// Copies the details text (each line ends in "\r\n") into buffer, cut to chars - 1
+// characters and terminated; returns the text's whole length in characters, so a null
+// buffer with 0 chars asks for the size. The parsers of the file families add a line for
+// each thing they repaired, skipped or clamped in a file that still reads; a host that
+// wants them calls KaErrorHandler_DetailsInit before the call and reads them here after.
+OSTRA_API DWORD KaErrorHandler_DetailsGetText(KAWCHAR* buffer, DWORD chars) noexcept;
 // A link shown with the message (for example to a help page); null caption clears it.
 OSTRA_API HRESULT KaErrorHandler_DetailsSetHyperlink(const KAWCHAR* caption,
                                                      const KAWCHAR* target) noexcept;

@@ -181,3 +181,56 @@ inline constexpr IID IID_IKaOutOfProcObj = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2
 // riid (its QueryInterface is asked).
 OSTRA_API HRESULT KaFio_WrapObject(IUnknown* inner, REFIID riid, IUnknown* owner, UINT64 context,
                                    DWORD flags, void** wrapper) noexcept;
+
+// ---------------------------------------------------------------- plug-in modules
+// A plug-in shared object exports one C function, named KAFIO_PLUGIN_ENTRY_NAME and of type
+// KAFIO_PLUGIN_ENTRY. Given the host's interface version it hands out the module's
+// factory: the module's description (classes, merit, stream types) and the class objects
+// of its reader and renderer. The host loads a module once and keeps it loaded.
+#define KAFIO_PLUGIN_ENTRY_NAME "KaFioPlugin_GetFactory"
+#define KAFIO_PLUGIN_API_VERSION 1u
+#define KAFIO_MAX_STREAMTYPES 8u
+
+// One kind of stream a plug-in reads or writes. Cached in the section plug-in name + "." +
+// name with "Access", "Flags" and "StreamType".
+struct KAFIOSTREAMTYPEINFO {
+  KAWCHAR name[32];
+  LONG access;      // 1 read, 2 write, 3 both
+  LONG flags;       // the plug-in's own
+  LONG streamType;  // KAFIOSTREAMTYPE
+};
+
+struct KAFIOPLUGININFO {
+  DWORD size;      // sizeof(KAFIOPLUGININFO), set by the host
+  CLSID reader;    // zero when the module has no reader class
+  CLSID renderer;  // zero when the module has no renderer class
+  LONG merit;      // higher is asked first; 0 is the neutral merit
+  BOOL betaBuild;
+  KAWCHAR dialogName[64];       // the plug-in's settings dialog, empty when none
+  KAWCHAR preloadModules[256];  // ';'-separated paths loaded before the plug-in
+  DWORD streamTypeCount;
+  KAFIOSTREAMTYPEINFO streamTypes[KAFIO_MAX_STREAMTYPES];
+};
+
+struct IKaFioPluginFactory : IUnknown {
+  STDMETHOD(GetInfo)(KAFIOPLUGININFO* info) = 0;
+  // The class object of clsid (the reader or renderer of GetInfo) queried for riid
+  // (IID_IKaReadFileClass or IID_IKaRenderFileClass); REGDB_E_CLASSNOTREG for another.
+  STDMETHOD(GetClassObject)(REFCLSID clsid, REFIID riid, void** object) = 0;
+};
+
+inline constexpr IID IID_IKaFioPluginFactory = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B0C");
+
+// The entry point's type. E_INVALIDARG when the module does not speak apiVersion.
+typedef HRESULT (*KAFIO_PLUGIN_ENTRY)(DWORD apiVersion, IKaFioPluginFactory** factory);
+
+// The class ids of the readers the format table names (the bundled reader of the kernel's
+// formats, the general audio reader, the general media reader and the compound media
+// reader). A third-party reader has its own class id and is found by extension and list.
+inline constexpr CLSID CLSID_KaFioKernelFormatsReader =
+    KaGuid("6A2F6C11-0001-4C52-9B6A-0F1E2D3C4B00");
+inline constexpr CLSID CLSID_KaFioKernelFormatsRenderer =
+    KaGuid("6A2F6C11-0002-4C52-9B6A-0F1E2D3C4B00");
+inline constexpr CLSID CLSID_KaFioAudioReader = KaGuid("6A2F6C11-0003-4C52-9B6A-0F1E2D3C4B00");
+inline constexpr CLSID CLSID_KaFioMediaReader = KaGuid("6A2F6C11-0004-4C52-9B6A-0F1E2D3C4B00");
+inline constexpr CLSID CLSID_KaFioCompoundReader = KaGuid("6A2F6C11-0005-4C52-9B6A-0F1E2D3C4B00");

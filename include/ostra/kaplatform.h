@@ -171,3 +171,26 @@ OSTRA_API void KaHeapGetStats(KAHHEAP heap, UINT64* liveBlocks, UINT64* liveByte
 // TRUE when every byte of the range can be read without a fault (a probe through the
 // kernel, never a read that could crash).
 OSTRA_API BOOL KaMemory_IsReadable(const void* address, SIZE_T bytes) noexcept;
+
+// ---------------------------------------------------------------- folders
+// The user's folders for application data: KA_FOLDER_LOCAL_APPDATA holds what can be
+// rebuilt (caches: $XDG_CACHE_HOME, else ~/.cache), KA_FOLDER_ROAMING_APPDATA the user's
+// settings ($XDG_CONFIG_HOME, else ~/.config). Relative XDG values are ignored, as the XDG
+// rules say. KAERR_NOT_FOUND when neither the variable nor a home folder is set,
+// KAERR_PATH_TOO_LONG when the buffer is too small.
+#define KA_FOLDER_LOCAL_APPDATA 1u
+#define KA_FOLDER_ROAMING_APPDATA 2u
+OSTRA_API HRESULT KaPath_GetUserFolder(DWORD folder, KAWCHAR* buffer, DWORD size) noexcept;
+// Creates the folder and any missing parents; S_OK when it exists already.
+OSTRA_API HRESULT KaPath_CreateFolders(const KAWCHAR* path) noexcept;
+// Calls found(context, name) for every regular file of the folder whose name ends with
+// suffix (compared without regard to ASCII case), in name order; a callback returning
+// FALSE stops the walk. KAERR_NOT_FOUND when the folder does not exist.
+typedef BOOL (*KAPATH_FOUND)(void* context, const KAWCHAR* name);
+OSTRA_API HRESULT KaPath_FindFiles(const KAWCHAR* folder, const KAWCHAR* suffix, KAPATH_FOUND found,
+                                   void* context) noexcept;
+// The modification time of a file by path, in the ticks of KaFile_GetModifiedTime.
+OSTRA_API HRESULT KaPath_GetModifiedTime(const KAWCHAR* path, INT64* fileTime) noexcept;
+// The system's default language as a Windows language id (1033 for en-US), from the
+// user's message locale; 1033 when none is set or it is not known.
+OSTRA_API DWORD KaGetSystemDefaultLCID() noexcept;

@@ -21,3 +21,4 @@
 #include "ostra/mriff.h"
 #include "ostra/riff.h"
 #include "ostra/riff64.h"
+#include "ostra/transport.h"

@@ -1,5 +1,5 @@
 // Access to the kernel's localized string resources from inside the library.
-// Shared with: audio/, image/
+// Shared with: audio/, image/, engine/
 #pragma once
 
 #include "ostra/kadefs.h"

@@ -17,7 +17,7 @@ namespace ostra::platform {
 
 struct ThreadState;
 
-enum class ObjKind : uint8_t { Event, Mutex, Thread, Process };
+enum class ObjKind : uint8_t { Event, Mutex, Thread, Process, Semaphore };
 
 struct SyncObject {
   explicit SyncObject(ObjKind k) : kind(k) {}
@@ -32,6 +32,9 @@ struct SyncObject {
   ThreadState* owner = nullptr;
   uint32_t recursion = 0;
   bool abandoned = false;
+  // Semaphore state.
+  long count = 0;
+  long maximum = 0;
   std::vector<ThreadState*> waiters;
 };
 

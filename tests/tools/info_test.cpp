@@ -122,8 +122,8 @@ TEST(OstraInfo, SeveralFilesGiveAnArrayAndBadInputAClearError) {
 namespace ostra::tooltest {
 namespace {
 
-// An AIFF file whose COMM frame count disagrees with its samples gets a note; one that
-// agrees does not.
+// An AIFF file whose COMM frame count disagrees with its samples gets the kernel's note
+// under "notes"; one that agrees gets none.
 TEST(OstraInfo, AiffFrameCountNote) {
   TempDir dir;
   const Bytes samples = Bytes(400, 1);  // 100 frames of 16-bit stereo

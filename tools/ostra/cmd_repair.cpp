@@ -10,6 +10,7 @@
 #include "operations.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
+#include "text.h"
 
 namespace ostra::cli {
 namespace {
@@ -39,14 +40,8 @@ HRESULT repairFile(const RepairRequest& r, RepairResult& res) {
   const HRESULT closed = KaFile_Close(file);
   if (SUCCEEDED(hr)) hr = closed;
   if (FAILED(hr)) return hr;
-  const tKAWAVREPAIR& p = res.plan;
-  if (p.notes & KAREPAIR_NOTE_TRAILING_CHUNKS)
-    res.notes.push_back("chunks after the samples start at " + std::to_string(p.trailingChunks) +
-                        "; they are kept");
-  if (p.notes & KAREPAIR_NOTE_PARTIAL_FRAME)
-    res.notes.push_back("a partial last frame is left outside the data chunk");
-  if (p.notes & KAREPAIR_NOTE_RIFF_LIMIT)
-    res.notes.push_back("more samples than a RIFF file can describe; convert it to Wave64");
+  // The planner's details say what it kept out of the data chunk and why.
+  res.notes = takeKernelDetails();
   return S_OK;
 }
 

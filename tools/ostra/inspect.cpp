@@ -146,8 +146,7 @@ bool isFloatAifc(KAHFILE file, DWORD* formSize) {
   return true;
 }
 
-// Returns the frame count COMM states (0 when there is no readable COMM).
-DWORD aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFacts& facts) {
+void aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFacts& facts) {
   WAVEFORMATEX wfx{};
   INT64 dataOffset = 0;
   DWORD dataSize = 0, frames = 0;
@@ -162,7 +161,7 @@ DWORD aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFac
   }
   if (FAILED(hr)) {
     facts.notes.push_back("no readable COMM/SSND (" + hexCode(hr) + ")");
-    return 0;
+    return;
   }
   formatFromBytes(reinterpret_cast<const uint8_t*>(&wfx), sizeof wfx, facts.format);
   facts.hasFormat = true;
@@ -192,7 +191,6 @@ DWORD aiffDetails(KAHFILE file, const std::vector<tKACHUNKINFO>& chunks, FileFac
     facts.dataOffset = uint64_t(dataOffset);
     facts.dataSize = dataSize;
   }
-  return frames;
 }
 
 HRESULT headerFacts(KAHFILE file, DWORD container, FileFacts& facts) {
@@ -206,9 +204,6 @@ HRESULT headerFacts(KAHFILE file, DWORD container, FileFacts& facts) {
       facts.container = "RIFF";
       facts.form = fourCCText(form);
       facts.headerSize = uint64_t(size) + 4;
-      if (facts.headerSize + 8 > facts.fileSize + 1)
-        facts.notes.push_back("RIFF size " + std::to_string(facts.headerSize) +
-                              " runs past the end of the file");
       return S_OK;
     }
     case KACONTAINER_WAVE64: {
@@ -220,9 +215,6 @@ HRESULT headerFacts(KAHFILE file, DWORD container, FileFacts& facts) {
       facts.container = "W64";
       facts.form = form == RIFF64_GUID_WAVE ? "wave" : guidText(form);
       facts.headerSize = uint64_t(size) + 40;
-      if (facts.headerSize > facts.fileSize)
-        facts.notes.push_back("riff size " + std::to_string(facts.headerSize) +
-                              " runs past the end of the file");
       return S_OK;
     }
     case KACONTAINER_AIFF:
@@ -235,9 +227,6 @@ HRESULT headerFacts(KAHFILE file, DWORD container, FileFacts& facts) {
       facts.container = container == KACONTAINER_AIFC ? "AIFC" : "AIFF";
       facts.form = facts.container;
       facts.headerSize = formSize;
-      if (uint64_t(formSize) + 8 > facts.fileSize + 1)
-        facts.notes.push_back("FORM size " + std::to_string(formSize) +
-                              " runs past the end of the file");
       return S_OK;
     }
     default:
@@ -333,6 +322,7 @@ struct ImageWalker {
 
 HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
   facts = FileFacts{};
+  KaErrorHandler_DetailsInit();
   UINT64 size = 0;
   HRESULT hr = KaFile_GetSize(file, &size);
   if (FAILED(hr)) return hr;
@@ -361,18 +351,12 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
   // writer's leftovers) are not chunks of the file.
   const uint64_t containerEnd = w64 ? facts.headerSize : facts.headerSize + 8;
   const bool sizeBelievable = containerEnd <= facts.fileSize && containerEnd > (w64 ? 40u : 12u);
-  if (sizeBelievable && containerEnd + (w64 ? 7 : 1) < facts.fileSize)
-    facts.notes.push_back(std::to_string(facts.fileSize - containerEnd) +
-                          " bytes after the end of the " + facts.container + " ignored");
 
   for (const tKACHUNKINFO& c : chunks) {
     if (c.depth || (sizeBelievable && c.offset >= containerEnd)) continue;
     const std::string id =
         w64 ? w64Name(c) : fourCCText(KaFourCC(c.name[0], c.name[1], c.name[2], c.name[3]));
     facts.chunks.push_back({id, c.offset, c.size});
-    if (c.offset + headerBytes + c.size > facts.fileSize && id != "data" && id != "SSND")
-      facts.notes.push_back("chunk '" + id + "' at " + std::to_string(c.offset) +
-                            " runs past the end");
     if (facts.kind == Container::Aiff) continue;
     if (id == "fmt " && !facts.hasFormat) {
       uint8_t buf[sizeof(WAVEFORMATEXTENSIBLE)] = {};
@@ -382,7 +366,9 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
         formatFromBytes(buf, n, facts.format);
         facts.hasFormat = true;
       } else {
-        facts.notes.push_back("fmt chunk too short");
+        // The kernel's format reader says why it cannot use this chunk.
+        alignas(8) BYTE probe[KAWAVEFORMAT_BUFFER_SIZE];
+        KaGetFileWfx(file, reinterpret_cast<_kawaveformat*>(probe), sizeof probe);
       }
     } else if (!w64 && id == "LIST" && (c.listType == RIFF_ID_INFO || c.listType == RIFF_ID_UNFO)) {
       loadInfo(file, c, facts);
@@ -395,7 +381,7 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
       if (!facts.bext) facts.notes.push_back("bext chunk too short");
     }
   }
-  const DWORD commFrames = facts.kind == Container::Aiff ? aiffDetails(file, chunks, facts) : 0;
+  if (facts.kind == Container::Aiff) aiffDetails(file, chunks, facts);
 
   tKAAUDIODATA data{};
   hr = KaGetFileAudioData(file, &data);
@@ -403,15 +389,14 @@ HRESULT inspectFile(KAHFILE file, FileFacts& facts) {
     facts.hasData = true;
     facts.dataOffset = data.offset;
     facts.dataSize = data.size;
-    if (data.statedSize != data.size)
-      facts.notes.push_back("data stated as " + std::to_string(data.statedSize) +
-                            " bytes, the file holds " + std::to_string(data.size));
   } else if (!facts.format.bigEndianFloat) {
     facts.notes.push_back("no audio data found (" + hexCode(hr) + ")");
   }
   finishFrames(facts);
-  if (facts.kind == Container::Aiff && facts.hasData && commFrames != facts.frames)
-    facts.notes.push_back("COMM states " + std::to_string(commFrames) + " frames");
+  // What the kernel's readers clamped or skipped comes first, then the tool's own notes.
+  std::vector<std::string> notes = takeKernelDetails();
+  notes.insert(notes.end(), facts.notes.begin(), facts.notes.end());
+  facts.notes = std::move(notes);
   return S_OK;
 }
 
@@ -446,6 +431,7 @@ HRESULT inspectPath(const std::string& path, FileFacts& facts) {
 
 HRESULT inspectImage(const uint8_t* data, size_t size, FileFacts& facts) {
   facts = FileFacts{};
+  KaErrorHandler_DetailsInit();
   facts.fileSize = size;
   if (size > 0x7FFFFFFF) return KAERR_RIFF_TOO_LARGE;  // mriff positions are signed 32-bit
   ImageWalker w{{}, facts};
@@ -459,13 +445,12 @@ HRESULT inspectImage(const uint8_t* data, size_t size, FileFacts& facts) {
   facts.headerSize = uint64_t(riffSize) + 4;
   // Writers that could not seek back leave 0 or 0xFFFFFFFF: then the image's end counts.
   uint64_t limit = facts.headerSize + 8;
-  if (facts.headerSize < 4 || limit > size) {
-    facts.notes.push_back("RIFF size " + std::to_string(facts.headerSize) +
-                          " does not match the image");
-    limit = size;
-  }
+  if (facts.headerSize < 4 || limit > size) limit = size;
   w.walk(data, size, limit);
   finishFrames(facts);
+  std::vector<std::string> notes = takeKernelDetails();
+  notes.insert(notes.end(), facts.notes.begin(), facts.notes.end());
+  facts.notes = std::move(notes);
   return S_OK;
 }
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 
 namespace ostra::cli {
@@ -46,6 +47,20 @@ std::string guidText(const GUID& g) {
                 unsigned(g.Data2), unsigned(g.Data3), g.Data4[0], g.Data4[1], g.Data4[2],
                 g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
   return s;
+}
+
+std::vector<std::string> takeKernelDetails() {
+  std::u16string text(KaErrorHandler_DetailsGetText(nullptr, 0) + 1, u'\0');
+  text.resize(KaErrorHandler_DetailsGetText(text.data(), DWORD(text.size())));
+  KaErrorHandler_DetailsInit();
+  std::vector<std::string> lines;
+  for (size_t at = 0; at < text.size();) {
+    size_t end = text.find(u"\r\n", at);
+    if (end == std::u16string::npos) end = text.size();
+    if (end > at) lines.push_back(toUtf8(text.substr(at, end - at).c_str()));
+    at = end + 2;
+  }
+  return lines;
 }
 
 }  // namespace ostra::cli

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "ostra/kadefs.h"
 
@@ -14,5 +15,8 @@ std::u16string toUtf16(const std::string& utf8);
 std::string fourCCText(DWORD littleEndianId);
 // GUID in its registry form without braces, upper case.
 std::string guidText(const GUID& g);
+// The kernel's details lines (what its parsers repaired, skipped or clamped), which are
+// then cleared.
+std::vector<std::string> takeKernelDetails();
 
 }  // namespace ostra::cli

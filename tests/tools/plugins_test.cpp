@@ -1,0 +1,85 @@
+// ostra plugins and ostra identify over the bundled plug-in, with the plug-in cache in a
+// scratch XDG cache folder.
+#include <gtest/gtest.h>
+
+#include "tool_helpers.h"
+
+namespace ostra::tooltest {
+namespace {
+
+#ifdef OSTRA_TOOL_PATH
+RunResult run(const TempDir& dir, const std::string& args) {
+  return ostra::test::runCommand("XDG_CACHE_HOME=" + q(dir.file("cache")) + " XDG_CONFIG_HOME=" +
+                                 q(dir.file("config")) + " " + q(OSTRA_TOOL_PATH) + " " + args);
+}
+
+nlohmann::json runJson(const TempDir& dir, const std::string& args, int status = 0) {
+  const RunResult r = run(dir, args);
+  EXPECT_EQ(r.status, status) << r.err;
+  return nlohmann::json::parse(r.out, nullptr, false);
+}
+
+TEST(PluginsCommand, ListsTheBundledPluginLoadedThenCached) {
+  TempDir dir;
+  nlohmann::json j = runJson(dir, "plugins --json --rescan");
+  ASSERT_EQ(j["plugins"].size(), 1u);
+  const auto& p = j["plugins"][0];
+  EXPECT_EQ(p["name"], "KernelFormats");
+  EXPECT_EQ(p["reader"], "6A2F6C11-0001-4C52-9B6A-0F1E2D3C4B00");
+  EXPECT_EQ(p["readerExtensions"], "wav;w64;bwf;aif;aiff;aifc");
+  EXPECT_EQ(p["rendererExtensions"], "wav;w64");
+  EXPECT_EQ(p["surrogate"], -1);
+  EXPECT_FALSE(p["fromCache"].get<bool>());
+  j = runJson(dir, "plugins --json");
+  EXPECT_TRUE(j["plugins"][0]["fromCache"].get<bool>());
+  const RunResult text = run(dir, "plugins");
+  EXPECT_NE(text.out.find("KernelFormats  (merit 100, in process, from the cache)"),
+            std::string::npos);
+}
+
+TEST(IdentifyCommand, NamesThePluginPassAndRefusals) {
+  TempDir dir;
+  ASSERT_EQ(run(dir, "demo --dir " + q(dir.file("media"))).status, 0);
+  writeFile(dir.file("acid.wav"), ostra::test::riff("ACID", Bytes().text("some project")));
+  writeFile(dir.file("notes.txt"), Bytes().text("just some words"));
+  struct Case {
+    const char* file;
+    bool slow;
+    HRESULT result;
+    const char* pass;  // null: not read
+  } cases[] = {
+      {"media/signal-pcm16.wav", false, S_OK, "signature"},
+      {"media/signal.aiff", false, S_OK, "signature"},
+      {"media/signal-float32.w64", false, S_OK, "signature"},
+      {"media/signal-pcm16.wav", true, S_OK, "extension"},
+      {"acid.wav", false, HRESULT(0x8004E033), nullptr},
+      {"acid.wav", true, HRESULT(0x8004E016), nullptr},  // no host check; the reader declines
+      {"notes.txt", false, HRESULT(0x8004E016), nullptr},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.file) + (c.slow ? " --slow" : ""));
+    const nlohmann::json j = runJson(
+        dir,
+        std::string("identify --json --log ") + (c.slow ? "--slow " : "") + q(dir.file(c.file)),
+        c.pass ? 0 : 1);
+    ASSERT_EQ(j["files"].size(), 1u);
+    const auto& f = j["files"][0];
+    EXPECT_EQ(f["result"].get<HRESULT>(), c.result);
+    if (c.pass) {
+      EXPECT_EQ(f["plugin"], "KernelFormats");
+      EXPECT_EQ(f["pass"], c.pass);
+      ASSERT_FALSE(f["log"].empty());
+      EXPECT_NE(f["log"].back().get<std::string>().find("'KernelFormats' "), std::string::npos);
+    } else {
+      EXPECT_FALSE(f.contains("plugin"));
+      EXPECT_FALSE(f["text"].get<std::string>().empty());
+    }
+  }
+  const RunResult text = run(dir, "identify " + q(dir.file("notes.txt")));
+  EXPECT_EQ(text.status, 1);
+  EXPECT_NE(text.out.find("0x8004E016 The file is an unsupported format."), std::string::npos);
+}
+#endif
+
+}  // namespace
+}  // namespace ostra::tooltest
