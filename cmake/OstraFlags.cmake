@@ -91,7 +91,8 @@ function(ostra_assemble_library)
   foreach(l ${libs})
     list(APPEND objs $<TARGET_OBJECTS:${l}>)
   endforeach()
-  set(deps OpenMP::OpenMP_CXX Threads::Threads ${CMAKE_DL_LIBS})
+  get_property(extra GLOBAL PROPERTY OSTRA_EXTRA_LIBS)
+  set(deps OpenMP::OpenMP_CXX Threads::Threads ${CMAKE_DL_LIBS} ${extra})
 
   add_library(ostrakernel SHARED ${objs})
   set_target_properties(ostrakernel PROPERTIES
