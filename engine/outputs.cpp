@@ -99,13 +99,13 @@ class NullOutput final : public Output {
 // holds exactly the frames the range would play.
 class FileOutput final : public Output {
  public:
-  explicit FileOutput(std::u16string path) : path_(std::move(path)) {}
+  FileOutput(std::u16string path, bool w64) : path_(std::move(path)), w64_(w64) {}
   ~FileOutput() override { close(); }
   HRESULT open(RenderSource* source, DWORD rate, WORD channels, DWORD blockFrames) override {
     source_ = source;
     block_ = blockFrames;
     buffer_.assign(size_t(blockFrames) * channels, 0.0f);
-    const bool w64 = path_.size() > 4 && (path_.ends_with(u".w64") || path_.ends_with(u".W64"));
+    const bool w64 = w64_ || path_.ends_with(u".w64") || path_.ends_with(u".W64");
     return writer_.create(path_.c_str(), w64 ? KACONTAINER_WAVE64 : KACONTAINER_WAVE,
                           KASAMPLE_FLOAT32, rate, channels, blockFrames);
   }
@@ -135,6 +135,7 @@ class FileOutput final : public Output {
 
  private:
   std::u16string path_;
+  bool w64_;
   RenderSource* source_ = nullptr;
   DWORD block_ = 1024;
   std::vector<float> buffer_;
@@ -151,7 +152,9 @@ std::unique_ptr<Output> makeOutput(const std::string& name, TimeSource* time, HR
     if (name == "null") return std::make_unique<NullOutput>(time, false);
     if (name == "null:manual") return std::make_unique<NullOutput>(time, true);
     if (name.starts_with("file:") && name.size() > 5)
-      return std::make_unique<FileOutput>(ostra::text::utf8ToUtf16(name.substr(5)));
+      return std::make_unique<FileOutput>(ostra::text::utf8ToUtf16(name.substr(5)), false);
+    if (name.starts_with("file64:") && name.size() > 7)
+      return std::make_unique<FileOutput>(ostra::text::utf8ToUtf16(name.substr(7)), true);
     if (name == "device") return makePortAudioOutput(std::string(), r);
     if (name.starts_with("device:")) return makePortAudioOutput(name.substr(7), r);
     r = E_INVALIDARG;

@@ -84,8 +84,9 @@ struct IKAEngineSession : IUnknown {
   // stopped), then plays on; length 0 removes the loop.
   STDMETHOD(SetLoop)(INT64 start, INT64 length, UINT repeats) = 0;
   // Chooses the output: "null" (paced by the clock), "null:manual" (driven by Pump),
-  // "file:PATH" (a wave file, or Wave64 when PATH ends in .w64, written as fast as the
-  // disk thread renders), "device" or "device:NAME" (through PortAudio). The previous
+  // "file:PATH" (a 32-bit float wave file, Wave64 when PATH ends in .w64, written as fast
+  // as the disk thread renders; "file64:PATH" is always Wave64), "device" or
+  // "device:NAME" (through PortAudio; KAERR_NOT_FOUND without one). The previous
   // output is closed (a file output's header is completed).
   STDMETHOD(SetOutput)(const char* name) = 0;
   STDMETHOD(GetInfo)(KAENGINEINFO* info) = 0;
