@@ -220,7 +220,13 @@ void PlayEngine::restartLocked(std::unique_lock<std::mutex>& lk, INT64 position,
   producedSinceRestart_ = 0;
   outAtRestart_ = framesOut_.load();
   cv_.notify_all();
-  if (req_.running) cv_.wait_for(lk, kPrimeWait, [&] { return quit_ || primedGen_ >= g; });
+  if (!req_.running) return;
+  // A start fills the whole read-ahead before the output runs (pre-roll), so that a
+  // device that pulls faster than real time at first does not catch the disk thread; a
+  // seek during play waits for the first block only.
+  cv_.wait_for(lk, kPrimeWait, [&] {
+    return quit_ || eosGen_ >= g || (primedGen_ >= g && (!consumerIdle || !ring_.beginPush()));
+  });
 }
 
 HRESULT PlayEngine::Start(DWORD, INT64 position, INT64 end) {
