@@ -140,7 +140,9 @@ struct EngineUnderTest {
   }
   ~EngineUnderTest() {
     if (play) play->Release();
-    if (session) EXPECT_EQ(0u, session->Release());
+    if (session) {
+      EXPECT_EQ(0u, session->Release());
+    }
   }
   KAENGINEINFO info() {
     KAENGINEINFO i{};
