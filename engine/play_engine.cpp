@@ -94,14 +94,16 @@ HRESULT PlayEngine::AddClip(const KAENGINECLIP* clip) {
     const HRESULT f = fixFormat(probe.sampleRate, probe.channels);
     if (FAILED(f)) return f;
   }
-  std::lock_guard lk(ctl_);  // the disk thread renders under no lock but never while idle
+  std::unique_lock lk(ctl_);
+  cv_.wait(lk, [&] { return !rendering_; });  // a block of the stopped run may be under way
   return timeline_.add(*clip);
 }
 
 HRESULT PlayEngine::ClearClips() {
   std::lock_guard ol(outputLock_);
   if (running_.load()) return KAERR_BUSY;
-  std::lock_guard lk(ctl_);
+  std::unique_lock lk(ctl_);
+  cv_.wait(lk, [&] { return !rendering_; });
   timeline_.clear();
   return S_OK;
 }
@@ -398,10 +400,12 @@ void PlayEngine::diskMain() noexcept {
       });
       continue;
     }
+    rendering_ = true;
     lk.unlock();
     DWORD frames = 0;
     const bool eos = produceOne(req, mine, frames);
     lk.lock();
+    rendering_ = false;
     if (eos) {
       eosPushed_ = true;
       eosGen_ = mine;

@@ -219,24 +219,28 @@ HRESULT KaEngine_EnumAudioDevices(KAAUDIODEVICEPROC proc, void* context) noexcep
   const int n = Pa_GetDeviceCount();
   if (n <= 0) return S_FALSE;
   const PaDeviceIndex defOut = Pa_GetDefaultOutputDevice(), defIn = Pa_GetDefaultInputDevice();
-  for (int i = 0; i < n; ++i) {
-    const PaDeviceInfo* d = Pa_GetDeviceInfo(i);
-    if (!d) continue;
-    KAAUDIODEVICE dev{};
-    dev.size = sizeof dev;
-    dev.index = DWORD(i);
-    const std::u16string name = ostra::text::utf8ToUtf16(d->name ? d->name : "");
-    const PaHostApiInfo* api = Pa_GetHostApiInfo(d->hostApi);
-    const std::u16string host = ostra::text::utf8ToUtf16(api && api->name ? api->name : "");
-    name.copy(dev.name, std::size(dev.name) - 1);
-    host.copy(dev.hostApi, std::size(dev.hostApi) - 1);
-    dev.maxInputChannels = DWORD(d->maxInputChannels);
-    dev.maxOutputChannels = DWORD(d->maxOutputChannels);
-    dev.defaultSampleRate = d->defaultSampleRate;
-    dev.defaultOutputLatency = d->defaultLowOutputLatency;
-    dev.isDefaultInput = i == defIn;
-    dev.isDefaultOutput = i == defOut;
-    if (!proc(&dev, context)) break;
+  try {
+    for (int i = 0; i < n; ++i) {
+      const PaDeviceInfo* d = Pa_GetDeviceInfo(i);
+      if (!d) continue;
+      KAAUDIODEVICE dev{};
+      dev.size = sizeof dev;
+      dev.index = DWORD(i);
+      const std::u16string name = ostra::text::utf8ToUtf16(d->name ? d->name : "");
+      const PaHostApiInfo* api = Pa_GetHostApiInfo(d->hostApi);
+      const std::u16string host = ostra::text::utf8ToUtf16(api && api->name ? api->name : "");
+      name.copy(dev.name, std::size(dev.name) - 1);
+      host.copy(dev.hostApi, std::size(dev.hostApi) - 1);
+      dev.maxInputChannels = DWORD(d->maxInputChannels);
+      dev.maxOutputChannels = DWORD(d->maxOutputChannels);
+      dev.defaultSampleRate = d->defaultSampleRate;
+      dev.defaultOutputLatency = d->defaultLowOutputLatency;
+      dev.isDefaultInput = i == defIn;
+      dev.isDefaultOutput = i == defOut;
+      if (!proc(&dev, context)) break;
+    }
+  } catch (...) {
+    return E_OUTOFMEMORY;
   }
   return S_OK;
 }

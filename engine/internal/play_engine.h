@@ -105,6 +105,7 @@ class PlayEngine final : public IKAPlayEngine, public IKAEngineSession, public R
   Request req_;
   bool quit_ = false;
   bool started_ = false;
+  bool rendering_ = false;  // under ctl_: the disk thread renders a block without the lock
   std::thread disk_;
   std::atomic<UINT64> gen_{1};
   UINT64 primedGen_ = 0;  // under ctl_: the newest generation with a block in the ring
