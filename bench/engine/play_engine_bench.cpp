@@ -168,7 +168,11 @@ void BM_SoxMixReference(benchmark::State& state) {
   state.counters["equal_fraction"] = n ? double(equal) / double(n) : 0.0;
   state.counters["max_diff_lsb24"] = maxDiff * double(1 << 23);
 }
-BENCHMARK(BM_SoxMixReference)->Arg(16)->Arg(256)->UseManualTime()->Unit(benchmark::kMillisecond)
+BENCHMARK(BM_SoxMixReference)
+    ->Arg(16)
+    ->Arg(256)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
     ->Iterations(3);
 
 // Latency in buffers. Start → the first non-silent sample the file output writes (the
