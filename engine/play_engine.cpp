@@ -317,6 +317,9 @@ HRESULT PlayEngine::SetRate(double rate) {
 
 HRESULT PlayEngine::QueryState() {
   // S_OK tells the transport that delivery stopped under it: a lost device.
+  // The worker asks every round; while a host thread changes the output it is healthy.
+  std::unique_lock ol(outputLock_, std::try_to_lock);
+  if (!ol.owns_lock()) return S_FALSE;
   if (recording_.load() && recorder_ && recorder_->inputEnded()) return S_OK;
   return running_.load() && output_ && output_->lost() ? S_OK : S_FALSE;
 }
