@@ -84,9 +84,11 @@ HRESULT enumMidiPorts(bool input, KAMIDIPORTENUMPROC proc, void* context) noexce
 }
 
 std::unique_ptr<MidiOutPort> openMidiOutPort(const std::string& address, HRESULT& r) {
+  KaErrorHandler_DetailsInit();
   snd_seq_t* seq = openSequencer(SND_SEQ_OPEN_OUTPUT);
   if (!seq) {
     r = KAERR_NOT_FOUND;
+    KaErrorHandler_DetailsAddString(r, u"This machine has no MIDI sequencer.");
     return nullptr;
   }
   snd_seq_set_client_name(seq, "ostra");
@@ -100,6 +102,8 @@ std::unique_ptr<MidiOutPort> openMidiOutPort(const std::string& address, HRESULT
       snd_midi_event_new(256, &coder) < 0) {
     snd_seq_close(seq);
     r = KAERR_NOT_FOUND;
+    KaErrorHandler_DetailsAddString(r, u"No MIDI port \"%hs\" to send time code to.",
+                                    address.c_str());
     return nullptr;
   }
   r = S_OK;

@@ -26,7 +26,7 @@ using ostra::cli::reportUsage;
 
 struct Options {
   std::vector<std::string> files, at;
-  std::string start, end, loop, output = "null";
+  std::string start, end, loop, output = "null", mtc;
   double rate = 1.0;
   DWORD tcType = 1;
   bool events = false;
@@ -198,18 +198,30 @@ int play(const Options& o) {
   Transport_SetRate(o.rate, 0);
   r = t ? t->Start(kRunFlags, ticksOf(start, rate)) : E_UNEXPECTED;
 
+  // MIDI time code of the play position to a sequencer port, a quarter frame at a time.
+  IKAMTCGenerator* mtc = nullptr;
+  bool mtcFailed = false;
+  if (SUCCEEDED(r) && !o.mtc.empty()) {
+    r = KaMTC_CreateGenerator(o.tcType, nullptr, nullptr, o.mtc.c_str(), &mtc);
+    if (SUCCEEDED(r)) mtc->Locate(ticksOf(start, rate));
+    if (FAILED(r)) {
+      mtcFailed = true;
+      t->StopPlay(kRunFlags);
+    }
+  }
   const bool meter = !o.events && KaConsole_IsTerminal(2);
   if (SUCCEEDED(r)) {
     std::unique_lock lk(run.lock);
     bool asked = false;
     while (!run.stopped) {
-      run.changed.wait_for(lk, std::chrono::milliseconds(100));
+      run.changed.wait_for(lk, std::chrono::milliseconds(mtc ? 5 : 100));
       if (run.stopped) break;
       lk.unlock();
       KAENGINEINFO now{};
       now.size = sizeof now;
       session->GetInfo(&now);
       if (meter) showMeter(session, o.tcType);
+      if (mtc && o.rate > 0) mtc->Advance(ticksOf(now.position, rate));
       lk.lock();
       // A reverse run, or a forward one without an end, ends where the material does;
       // Ctrl-C ends any run. Either way the transport stops it and sends message 6.
@@ -223,11 +235,12 @@ int play(const Options& o) {
     }
   }
   if (meter) std::fprintf(stderr, "\n");
+  if (mtc) mtc->Release();
   if (t) t->Release();
   Transport_Cleanup();
   Mixer_SetEngine(nullptr);
   const HRESULT closed = session->CloseOutput();
-  if (FAILED(r)) return reportFailure(r);
+  if (FAILED(r)) return reportFailure(r, mtcFailed ? "--mtc " + o.mtc : std::string());
   if (FAILED(closed)) return reportFailure(closed, o.output);
   if (o.output.starts_with("file:")) {
     std::string why;
@@ -255,6 +268,9 @@ void setup(CLI::App& cmd) {
                  "non-drop, 6 23.976 (default 1)")
       ->check(CLI::Range(1u, 6u));
   cmd.add_flag("--events", o.events, "Print every transport message as a line of JSON");
+  cmd.add_option("--mtc", o.mtc,
+                 "Send MIDI time code of the play position to this ALSA sequencer port "
+                 "(client:port), in the --timecode format");
   cmd.footer(
       "Times are time-code labels (00:00:01:15), seconds (1.5s) or sample frames (72000smp).");
   cmd.callback([] { exitStatus() = play(o); });
