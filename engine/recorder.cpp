@@ -240,7 +240,7 @@ void Recorder::deliver(void* self, const float* frames, DWORD count) {
 
 void Recorder::writerMain() noexcept {
   const auto poll = std::chrono::milliseconds(std::max<INT64>(1, INT64(block_) * 500 / rate_));
-  INT64 sinceHeader = 0;
+  INT64 nextHeader = headerFrames_;  // rewrites fall on whole intervals of audio
   for (;;) {
     bool quit;
     {
@@ -250,11 +250,10 @@ void Recorder::writerMain() noexcept {
     }
     while (Block* b = ring_.front()) {
       if (SUCCEEDED(writeError_)) writeError_ = writer_.append(b->data, b->frames);
-      sinceHeader += b->frames;
       ring_.pop();
       written_ = writer_.frames();
-      if (sinceHeader >= headerFrames_) {
-        sinceHeader = 0;
+      if (writer_.frames() >= nextHeader) {
+        while (nextHeader <= writer_.frames()) nextHeader += headerFrames_;
         if (SUCCEEDED(writer_.updateHeader()) && progress_) progress_(writer_.frames(), context_);
       }
     }
