@@ -65,6 +65,17 @@ TEST(PlayTool, ThroughPortAudioIntoAnAlsaFilePcmTheSamplesArriveExactly) {
   std::ofstream(dir.file("home/.asoundrc"))
       << "pcm.!default {\n type file\n slave.pcm \"null\"\n file \"" << dir.file("dev.raw")
       << "\"\n format \"raw\"\n}\n";
+  // The device list shows it as the default output.
+  const RunResult list = runCommand("HOME=" + shellQuote(dir.file("home")) + " " +
+                                    shellQuote(OSTRA_TOOL_PATH) + " devices --json");
+  ASSERT_EQ(0, list.status) << list.err;
+  const auto devices = nlohmann::json::parse(list.out, nullptr, false);
+  ASSERT_TRUE(devices.contains("audio") && devices["midi_inputs"].is_array());
+  bool listed = false;
+  for (const auto& d : devices["audio"])
+    listed |= d["default_output"].get<bool>() && d["output_channels"].get<int>() >= 2;
+  EXPECT_TRUE(listed) << list.out;
+
   const RunResult r =
       runCommand("HOME=" + shellQuote(dir.file("home")) + " " + shellQuote(OSTRA_TOOL_PATH) +
                  " play " + shellQuote(dir.file("src.wav")) + " --end 4000smp --output device");
