@@ -60,6 +60,9 @@ void setup(CLI::App& cmd) {
       std::unique_lock lk(log.lock);
       log.changed.wait(lk, [&] { return log.stopped; });
     }
+    // Message 6 is sent while the worker's stop is still in progress; another stop waits
+    // for it (and finds nothing to stop), so the status read next is the settled one.
+    if (t && SUCCEEDED(r)) t->StopPlay(0);
     const DWORD status = Transport_GetStatus();
     if (t) t->Release();
     Transport_Cleanup();
