@@ -92,7 +92,8 @@ function(ostra_assemble_library)
     list(APPEND objs $<TARGET_OBJECTS:${l}>)
   endforeach()
   set(deps OpenMP::OpenMP_CXX Threads::Threads ${CMAKE_DL_LIBS})
-  # Libraries that single folders need (find_package'd there), e.g. expat for fileio/.
+  # Libraries that single folders need (found there), e.g. expat for fileio/, libsoxr and
+  # PortAudio for engine/.
   get_property(extra GLOBAL PROPERTY OSTRA_EXTRA_DEPS)
   list(APPEND deps ${extra})
 

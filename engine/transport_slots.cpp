@@ -1,5 +1,6 @@
 // The remaining slots of the transport: attachment of the engine and the sink, timers and
 // clock, time-code control, preferences and metrics, lengths and the formatted position.
+#include "engine/internal/midi.h"
 #include "engine/internal/transport_object.h"
 
 namespace ostra::engine {
@@ -112,10 +113,12 @@ HRESULT Transport::SetOffset(INT64 offset) {
 }
 
 // No MIDI ports exist until the device layer provides them: no port is reported.
-HRESULT Transport::EnumMIDIIn(KAMIDIPORTENUMPROC proc, void*) { return proc ? S_FALSE : E_POINTER; }
+HRESULT Transport::EnumMIDIIn(KAMIDIPORTENUMPROC proc, void* context) {
+  return enumMidiPorts(true, proc, context);
+}
 
-HRESULT Transport::EnumMIDIOut(KAMIDIPORTENUMPROC proc, void*) {
-  return proc ? S_FALSE : E_POINTER;
+HRESULT Transport::EnumMIDIOut(KAMIDIPORTENUMPROC proc, void* context) {
+  return enumMidiPorts(false, proc, context);
 }
 
 HRESULT Transport::CanEnableExternalSync(DWORD) {

@@ -110,6 +110,11 @@ OSTRA_API HRESULT KaHresultFromLastError() noexcept;
 // ---------------------------------------------------------------- console
 // TRUE when the descriptor (0 input, 1 output, 2 error) is a terminal.
 OSTRA_API BOOL KaConsole_IsTerminal(int stream) noexcept;
+// Ctrl-C and termination requests: from now on they call proc (on a thread of its own,
+// as ordinary code) instead of ending the process. Call it before starting threads;
+// a later call replaces the handler.
+typedef void (*KACONSOLEINTERRUPTPROC)(void* context);
+OSTRA_API HRESULT KaConsole_OnInterrupt(KACONSOLEINTERRUPTPROC proc, void* context) noexcept;
 
 // ---------------------------------------------------------------- clocks
 // Milliseconds since an arbitrary start, wrapping at 2^32 as the classic tick count does.

@@ -6,6 +6,7 @@
 #include "ostra/kacpu.h"
 #include "ostra/kadefs.h"
 #include "ostra/kadib.h"
+#include "ostra/kaengine.h"
 #include "ostra/kaerror.h"
 #include "ostra/kafileio.h"
 #include "ostra/kaini.h"

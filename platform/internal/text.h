@@ -1,6 +1,6 @@
 // UTF-8 / UTF-16 helpers for code inside the kernel (the exported KaText_* functions
 // wrap the same code for callers).
-// Shared with: formats/, kernel/, fileio/
+// Shared with: formats/, kernel/, fileio/, engine/
 #pragma once
 
 #include <string>
