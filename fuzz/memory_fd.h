@@ -48,6 +48,7 @@ class MemoryDescriptor {
   KAHFILE open(const uint8_t* data, size_t size) {
     bytes_.assign(data, data + size);
     pos_ = 0;
+    ++generation_;  // a new file to readers that remember files by identity, size and time
     return kFd;
   }
   const std::vector<uint8_t>& bytes() const { return bytes_; }
@@ -117,11 +118,13 @@ class MemoryDescriptor {
     *status = {};
     status->st_mode = S_IFREG | 0644;
     status->st_size = off_t(live()->bytes_.size());
+    status->st_ino = ino_t(live()->generation_);
     return 0;
   }
 
   std::vector<uint8_t> bytes_;
   uint64_t pos_ = 0;
+  uint64_t generation_ = 0;
 };
 
 }  // namespace ostra::fuzz

@@ -72,6 +72,86 @@ OSTRA_API HRESULT KaFio_CreateMemStream(const void* bytes, UINT64 size, IStream*
 // little-endian, without a terminator; read-only.
 OSTRA_API HRESULT KaFio_CreateTextStream(const KAWCHAR* text, IStream** stream) noexcept;
 
+// A view a host hands to a plug-in over bytes it owns (CKaProtectedStream): the window
+// [offset, offset + length) of another stream, seen as a stream of its own that starts at
+// 0 and ends at the window's end. It never grows, is read-only unless the host grants
+// writes inside the window, and can be revoked: from then on the stream and all its clones
+// answer KAERR_CLOSED and the inner stream is released, whatever references a plug-in
+// kept. Calls on the stream and its clones are serialised, so any thread may make them.
+// The window moves the inner stream's seek pointer: a host that goes on using the inner
+// stream itself hands over a clone of it.
+#define KAFIO_PROTECT_WRITE 0x1u           // writes inside the window are allowed
+#define KAFIO_PROTECT_TO_END (~UINT64(0))  // as length: up to the inner stream's end
+
+struct IKaProtectedStream : IStream {
+  // Where the window lies in the inner stream, and its KAFIO_PROTECT_* flags.
+  STDMETHOD(GetWindow)(UINT64* offset, UINT64* length, DWORD* flags) = 0;
+  // Withdraws access from this stream and every clone of it; a call in progress finishes
+  // first. Revoking twice is S_FALSE.
+  STDMETHOD(Revoke)() = 0;
+};
+
+inline constexpr IID IID_IKaProtectedStream = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B0D");
+
+// E_INVALIDARG for unknown flags or a window that does not lie inside the inner stream as
+// it is now; a failure of the inner stream's Stat is returned as it is.
+OSTRA_API HRESULT KaFio_CreateProtectedStream(IStream* inner, UINT64 offset, UINT64 length,
+                                              DWORD flags, IKaProtectedStream** stream) noexcept;
+
+// ---------------------------------------------------------------- media samples
+// A block of media data on its way from a reader to the host (CKAMediaSample): a buffer
+// of fixed capacity, 64-byte aligned, with the length of the valid data, its presentation
+// time in ticks, its position in the stream's own units (audio frames, video frames), the
+// flags below, and the format when it changed with this sample. Every method may be
+// called from any thread; the bytes belong to whoever holds the sample.
+#define KAMS_SYNCPOINT 0x1u      // decodable on its own (a key frame)
+#define KAMS_DISCONTINUITY 0x2u  // the first sample after a seek or a gap
+#define KAMS_PREROLL 0x4u        // decoded ahead of the position asked for; not presented
+#define KAMS_MAX_BYTES (1u << 30)
+#define KAMS_MAX_FORMAT_BYTES 65536u
+
+struct IKAMediaSample : IUnknown {
+  // The buffer; a pending deferred zero fill is done first.
+  STDMETHOD(GetPointer)(BYTE** buffer) = 0;
+  STDMETHOD(GetSize)(DWORD* capacity) = 0;
+  // Bytes of valid data: at most the capacity (E_INVALIDARG beyond).
+  STDMETHOD(GetActualDataLength)(DWORD* length) = 0;
+  STDMETHOD(SetActualDataLength)(DWORD length) = 0;
+  // Start and end in ticks, end not before start (E_INVALIDARG). Both null clears them; one
+  // null is E_POINTER. Get gives S_FALSE and zeros when they are not set.
+  STDMETHOD(GetTime)(INT64* start, INT64* end) = 0;
+  STDMETHOD(SetTime)(const INT64* start, const INT64* end) = 0;
+  // The same for the position in the stream's units.
+  STDMETHOD(GetMediaTime)(INT64* start, INT64* end) = 0;
+  STDMETHOD(SetMediaTime)(const INT64* start, const INT64* end) = 0;
+  // KAMS_* flags; unknown bits are E_INVALIDARG.
+  STDMETHOD(GetFlags)(DWORD* flags) = 0;
+  STDMETHOD(SetFlags)(DWORD flags) = 0;
+  // The format of the data from this sample on: KAFIO_STREAM_AUDIO with a _kawaveformat
+  // (dwSize valid bytes, at least 32) or KAFIO_STREAM_VIDEO with a BITMAPINFOHEADER
+  // (biSize at least 40) and what follows it, `bytes` in all, at most
+  // KAMS_MAX_FORMAT_BYTES. A null format clears it.
+  STDMETHOD(SetFormat)(DWORD streamType, const void* format, DWORD bytes) = 0;
+  // *needed gets the format's size; a null buffer only asks for it. S_FALSE with type 0
+  // when no format is attached, E_INVALIDARG when the buffer is too small.
+  STDMETHOD(GetFormat)(DWORD* streamType, void* format, DWORD bytes, DWORD* needed) = 0;
+};
+
+// Silence without writing it: a reader marks the first `bytes` of a sample as zeros and
+// the actual data length becomes `bytes`; the zeros are written only when somebody asks
+// for the buffer. A mixer that sees a deferred fill skips the sample altogether.
+struct IDeferZeroFill : IUnknown {
+  STDMETHOD(DeferZeroFill)(DWORD bytes) = 0;
+  // TRUE while the zeros are owed.
+  STDMETHOD(IsZeroFillDeferred)(BOOL* deferred) = 0;
+};
+
+inline constexpr IID IID_IKAMediaSample = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B0E");
+inline constexpr IID IID_IDeferZeroFill = KaGuid("6A2F6C10-3B1E-4C52-9B6A-0F1E2D3C4B0F");
+
+// A sample of `capacity` bytes (E_INVALIDARG above KAMS_MAX_BYTES), its bytes zero.
+OSTRA_API HRESULT KaFio_CreateMediaSample(DWORD capacity, IKAMediaSample** sample) noexcept;
+
 // One stream of an open file.
 struct IKaReadStream : IUnknown {
   // KAFIOSTREAMTYPE.

@@ -124,6 +124,15 @@ class Reader final : public Object<IKaReadFile> {
     hr = KaGetFileWfx(file_, &wfx_, sizeof wfx_);
     if (SUCCEEDED(hr)) hr = KaGetFileAudioData(file_, &data_);
     if (SUCCEEDED(hr) && (wfx_.IsCompressed() || !wfx_.nBlockAlign)) hr = KAERR_UNSUPPORTED_FILE;
+    if (SUCCEEDED(hr) && data_.bigEndian) {
+      // Read turns the samples little-endian, so the format must say so too.
+      const KASAMPLETYPE type = wfx_.SampleType == KASAMPLE_MAC16   ? KASAMPLE_PCM16
+                                : wfx_.SampleType == KASAMPLE_MAC24 ? KASAMPLE_PCM24
+                                : wfx_.SampleType == KASAMPLE_MAC32 ? KASAMPLE_PCM32
+                                                                    : wfx_.SampleType;
+      if (type != wfx_.SampleType)
+        wfx_.Init(wfx_.nSamplesPerSec, type, wfx_.nChannels, wfx_.dwChannelMask, sizeof wfx_);
+    }
     if (FAILED(hr)) {
       Close();
       // Not one of ours (or compressed): let the next plug-in try.

@@ -2,7 +2,9 @@ cmake_minimum_required(VERSION 3.25)
 # Installs the build into a scratch prefix (not the prefix it was configured for), then
 # builds the example program against the installed package twice, through
 # find_package(OstraKernel) and through pkg-config with nothing else set, and runs both
-# on a wave file and on a file that is not one.
+# on a wave file and on a file that is not one. Then builds the example plug-in both ways,
+# installs it into the same prefix, and has the installed tool list it and read a file
+# with it.
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
 function(run)
@@ -63,4 +65,53 @@ foreach(program ${cmake_program} ${pc_program})
     message(FATAL_ERROR "${program} on a file that is not a wave file: ${rc}\n${err}")
   endif()
 endforeach()
+
+# The example plug-in: built and installed through CMake, built through pkg-config.
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/sunau -B ${WORK_DIR}/sunau-build -G Ninja
+  -DCMAKE_PREFIX_PATH=${prefix})
+must("configuring the example plug-in against the installed package")
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/sunau-build)
+must("building the example plug-in with CMake")
+run(${CMAKE_COMMAND} --install ${WORK_DIR}/sunau-build --prefix ${prefix})
+must("installing the example plug-in")
+run(c++ -shared -fPIC -fvisibility=hidden ${SOURCE_DIR}/examples/sunau/sunau.cpp ${flags}
+  -o ${WORK_DIR}/sunau-pc.so)
+must("building the example plug-in with pkg-config's flags")
+
+# The installed tool finds it beside the bundled one, its cache in the scratch folder.
+set(ENV{XDG_CACHE_HOME} ${WORK_DIR}/xdg-cache)
+set(ENV{XDG_CONFIG_HOME} ${WORK_DIR}/xdg-config)
+run(${prefix}/bin/ostra plugins --json --rescan)
+must("ostra plugins")
+set(plugins "${out}")
+string(JSON count LENGTH "${plugins}" plugins)
+set(found "")
+math(EXPR last "${count} - 1")
+foreach(i RANGE ${last})
+  string(JSON name GET "${plugins}" plugins ${i} name)
+  string(JSON path GET "${plugins}" plugins ${i} path)
+  string(JSON extensions GET "${plugins}" plugins ${i} readerExtensions)
+  if(name STREQUAL "SunAu" AND path MATCHES "/ostra-plugins/sunau.so$" AND extensions STREQUAL "au;snd")
+    set(found yes)
+  endif()
+endforeach()
+if(NOT found)
+  message(FATAL_ERROR "ostra plugins does not list the example plug-in:\n${plugins}")
+endif()
+
+# A Sun audio file of four 16-bit frames at 8000 Hz, samples 0x0102 0x0304 0x0506 0x0708.
+execute_process(COMMAND printf
+  "\\056snd\\0\\0\\0\\030\\0\\0\\0\\010\\0\\0\\0\\003\\0\\0\\037\\100\\0\\0\\0\\001\\001\\002\\003\\004\\005\\006\\007\\010"
+  OUTPUT_FILE ${WORK_DIR}/tone.au RESULT_VARIABLE rc)
+must("writing a Sun audio file")
+run(${prefix}/bin/ostra identify --json --read ${WORK_DIR}/tone.au)
+must("ostra identify --read on a Sun audio file")
+string(JSON plugin GET "${out}" files 0 plugin)
+string(JSON pass GET "${out}" files 0 pass)
+string(JSON rate GET "${out}" files 0 read streams 0 rate)
+string(JSON frames GET "${out}" files 0 read streams 0 framesRead)
+if(NOT plugin STREQUAL "SunAu" OR NOT pass STREQUAL "extension" OR NOT rate EQUAL 8000
+   OR NOT frames EQUAL 4)
+  message(FATAL_ERROR "ostra identify --read on a Sun audio file printed:\n${out}")
+endif()
 message(STATUS "install check passed:\n${out}")

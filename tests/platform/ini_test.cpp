@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <filesystem>
+#include <latch>
 #include <string>
+#include <thread>
 
 #include "ostra/kaini.h"
 #include "support/test_support.h"
@@ -139,6 +143,56 @@ TEST(Ini, WritesKeepTheRestOfTheFile) {
     EXPECT_EQ(KaIni_WriteString(b.section, b.key, b.value, file.c_str()), E_INVALIDARG);
   EXPECT_EQ(text(), "[One]\r\nb=2\r\n");
   EXPECT_TRUE(FAILED(KaIni_WriteString(u"s", u"k", u"v", dir.wfile("no/such/dir.ini").c_str())));
+}
+
+// Reads reuse the last file decoded. Eight threads read four files (old enough to be
+// remembered) key by key, interleaved so that the remembered file keeps changing hands,
+// while a ninth rewrites one of them: every value read belongs to the file and key asked
+// for, and a thread never sees the rewritten value go backwards.
+TEST(Ini, ThreadsReadingDifferentFilesGetTheirOwnValues) {
+  TempDir dir;
+  constexpr int kFiles = 4, kKeys = 40, kReaders = 8, kWrites = 60;
+  std::vector<std::u16string> files;
+  for (int f = 0; f < kFiles; ++f) {
+    std::string text = "[S]\r\nw=0\r\n";
+    for (int k = 0; k < kKeys; ++k)
+      text += "k" + std::to_string(k) + "=" + std::to_string(f * 1000 + k) + "\r\n";
+    const std::string path = dir.file("f" + std::to_string(f) + ".ini");
+    ostra::test::writeFile(path, bytesOf(text));
+    std::filesystem::last_write_time(
+        path, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+    files.push_back(u16(path));
+  }
+  std::latch start(kReaders + 1);
+  std::atomic<int> wrong{0}, backwards{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kReaders; ++t)
+    threads.emplace_back([&, t] {
+      start.arrive_and_wait();
+      int lastW = 0;
+      for (int i = 0; i < 400; ++i) {
+        const int f = (t + i) % kFiles, k = (i * 7 + t) % kKeys;
+        const std::u16string key = u16("k" + std::to_string(k));
+        if (KaIni_GetInt(u"S", key.c_str(), -1, files[f].c_str()) != f * 1000 + k) ++wrong;
+        if (f == 0) {
+          const int w = KaIni_GetInt(u"S", u"w", -1, files[0].c_str());
+          if (w < lastW) ++backwards;
+          if (w < 0) ++wrong;
+          lastW = w;
+        }
+      }
+    });
+  threads.emplace_back([&] {
+    start.arrive_and_wait();
+    for (int n = 1; n <= kWrites; ++n)
+      if (KaIni_WriteString(u"S", u"w", u16(std::to_string(n)).c_str(), files[0].c_str()) != S_OK)
+        ++wrong;
+  });
+  for (auto& th : threads) th.join();
+  EXPECT_EQ(wrong.load(), 0);
+  EXPECT_EQ(backwards.load(), 0);
+  EXPECT_EQ(KaIni_GetInt(u"S", u"w", -1, files[0].c_str()), kWrites);
+  EXPECT_EQ(KaIni_GetInt(u"S", u"k39", -1, files[0].c_str()), 39);  // the rewrite kept the rest
 }
 
 }  // namespace

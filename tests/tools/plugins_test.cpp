@@ -79,6 +79,29 @@ TEST(IdentifyCommand, NamesThePluginPassAndRefusals) {
   EXPECT_EQ(text.status, 1);
   EXPECT_NE(text.out.find("0x8004E016 The file is an unsupported format."), std::string::npos);
 }
+
+TEST(IdentifyCommand, ReadReadsEverySampleThroughThePlugin) {
+  TempDir dir;
+  ASSERT_EQ(run(dir, "demo --dir " + q(dir.file("media"))).status, 0);
+  for (const char* file :
+       {"media/signal-pcm16.wav", "media/signal.aiff", "media/signal-float32.w64"}) {
+    SCOPED_TRACE(file);
+    const nlohmann::json info = runJson(dir, "info --json " + q(dir.file(file)));
+    const nlohmann::json j = runJson(dir, "identify --json --read " + q(dir.file(file)));
+    const auto& read = j["files"][0]["read"];
+    EXPECT_EQ(read["result"].get<HRESULT>(), S_OK);
+    ASSERT_EQ(read["streams"].size(), 1u);
+    const auto& s = read["streams"][0];
+    EXPECT_EQ(s["type"], "audio");
+    EXPECT_GT(s["frames"].get<uint64_t>(), 0u);
+    EXPECT_EQ(s["framesRead"], s["frames"]);
+    EXPECT_EQ(s["frames"], info["frames"]) << info.dump();
+    EXPECT_EQ(s["rate"], info["format"]["sample_rate"]) << info.dump();
+  }
+  const RunResult text = run(dir, "identify --read " + q(dir.file("media/signal-pcm16.wav")));
+  EXPECT_EQ(text.status, 0);
+  EXPECT_NE(text.out.find("frames read"), std::string::npos);
+}
 #endif
 
 }  // namespace
