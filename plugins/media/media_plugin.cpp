@@ -110,6 +110,17 @@ struct Decoder {
     avcodec_flush_buffers(codec);
     return r >= 0;
   }
+  // Back to the first packet: by byte position where the container allows it (time-stamp
+  // seeks in streams such as MPEG-TS may land late), else by time stamp.
+  void rewind() {
+    flushing = false;
+    if (!(format->iformat->flags & AVFMT_NO_BYTE_SEEK) &&
+        av_seek_frame(format, -1, 0, AVSEEK_FLAG_BYTE) >= 0) {
+      avcodec_flush_buffers(codec);
+      return;
+    }
+    seek(startTime());
+  }
   INT64 startTime() const { return st()->start_time != AV_NOPTS_VALUE ? st()->start_time : 0; }
 };
 
@@ -282,7 +293,7 @@ class AudioStream final : public Object<IKaReadAudioStream> {
     }
     // From the start: positions are counted from the first decoded sample.
     anchorFromPts_ = false;
-    dec_.seek(dec_.startTime());
+    dec_.rewind();
     pending_.clear();
     pendingFrames_ = 0;
     pendingStart_ = decodedEnd_ = 0;
@@ -452,13 +463,15 @@ class VideoStream final : public Object<IKaReadVideoStream> {
   // Leaves the frame `index` (or the last one before the end) in current_.
   HRESULT decodeFrame(UINT64 index) {
     if (current_ && currentIndex_ == INT64(index)) return S_OK;
+    bool sought = false;
     if (!current_ || INT64(index) < currentIndex_ || INT64(index) > currentIndex_ + 12) {
       const INT64 ts =
           dec_.startTime() + av_rescale_q(INT64(index), av_inv_q(rate_), dec_.st()->time_base);
-      if (!dec_.seek(ts)) dec_.seek(dec_.startTime());
+      sought = dec_.seek(ts);
+      if (!sought) dec_.rewind();
       currentIndex_ = -1;
     }
-    for (;;) {
+    for (bool first = true;; first = false) {
       const int r = dec_.next();
       if (r == AVERROR_EOF) return current_ ? S_OK : KAERR_READ_FAILED;  // past the end: last frame
       if (r < 0) return KAERR_CORRUPT_FILE;
@@ -468,6 +481,14 @@ class VideoStream final : public Object<IKaReadVideoStream> {
       if (!current_) return E_OUTOFMEMORY;
       av_frame_unref(current_);
       av_frame_move_ref(current_, dec_.frame);
+      if (first && sought && at > INT64(index)) {
+        // The seek landed after the frame: decode from the start instead.
+        dec_.rewind();
+        sought = false;
+        first = true;
+        currentIndex_ = -1;
+        continue;
+      }
       currentIndex_ = at;
       currentTime_ = pts == AV_NOPTS_VALUE
                          ? av_rescale_q(at, av_inv_q(rate_), kTickBase)

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <vector>
 
@@ -281,6 +282,15 @@ HRESULT convertFile(const ConvertRequest& r) {
     }
   } releaseRenderer{renderer};
   FormatFacts dstStored;
+  std::string renderPath;
+  struct Remover {
+    const std::string& path;
+    bool keep = false;
+    ~Remover() {
+      std::error_code ec;
+      if (!keep && !path.empty()) std::filesystem::remove(path, ec);
+    }
+  } removeRendered{renderPath};
   if (codec.empty()) {
     // A wave or AIFF file that its 32-bit sizes cannot describe is refused before anything
     // is written (Wave64 has no such limit).
@@ -308,7 +318,10 @@ HRESULT convertFile(const ConvertRequest& r) {
     const std::u16string ext(codec.begin(), codec.end());
     hr = renderers.manager->CreateRendererForExtension(ext.c_str(), &renderer, nullptr);
     if (FAILED(hr)) return withReason(hr, "no renderer plug-in writes ." + codec + " files");
-    const std::u16string wide = widenUtf8(output);
+    // The renderer knows the container by the extension: a name without it is written under
+    // one and renamed when finished.
+    if (codecForName(output) != codec) renderPath = output + ".part." + codec;
+    const std::u16string wide = widenUtf8(renderPath.empty() ? output : renderPath);
     hr = renderer->Create(wide.c_str(), dstFormat, 0);
     if (FAILED(hr))
       return withReason(hr, codec == "opus" ? "Opus takes 8, 12, 16, 24 or 48 kHz audio"
@@ -354,6 +367,12 @@ HRESULT convertFile(const ConvertRequest& r) {
   if (renderer) {
     hr = renderer->Finish();
     if (FAILED(hr)) return hr;
+    if (!renderPath.empty()) {
+      std::error_code ec;
+      std::filesystem::rename(renderPath, output, ec);
+      if (ec)
+        return withReason(KAERR_WRITE_FAILED, "cannot rename " + renderPath + ": " + ec.message());
+    }
   } else {
     hr = out.finish();
     if (FAILED(hr)) return withReason(hr, out.refusal());
