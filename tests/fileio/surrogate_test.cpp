@@ -155,6 +155,8 @@ TEST(Surrogate, CrashAbortAndHangCostOneCallEachAndAreRemembered) {
   // A second start remembers them: none is asked, the steady plug-in answers at once.
   host.log.lines.clear();
   m = host.start();
+  EXPECT_EQ(host.log.count("Loading cached reader plugin"), 4);
+  EXPECT_EQ(host.log.count("Started surrogate 0"), 0);  // a warm start starts no surrogate
   EXPECT_EQ(blocked(m), expected);
   ASSERT_EQ(host.open(m, &reader, &plugin), S_OK);
   EXPECT_EQ(plugin, "steady");
