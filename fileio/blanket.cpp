@@ -169,6 +169,16 @@ class Blanket : public I, public IKaOutOfProcObj {
     if (!outOfProcess || !surrogate) return E_POINTER;
     *outOfProcess = FALSE;
     *surrogate = -1;
+    // A proxy of a surrogate's object knows where the object lives.
+    HRESULT hr = S_OK;
+    IUnknown* in = core_.current(&hr);
+    IKaOutOfProcObj* where = nullptr;
+    if (in &&
+        SUCCEEDED(in->QueryInterface(IID_IKaOutOfProcObj, reinterpret_cast<void**>(&where))) &&
+        where) {
+      where->IsOutOfProcess(outOfProcess, surrogate);
+      where->Release();
+    }
     return S_OK;
   }
   STDMETHOD(GetContext)(UINT64* context) override {

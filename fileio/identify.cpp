@@ -133,6 +133,14 @@ HRESULT CKaFileIOManager::identify(KAHFILE file, const U16& path, bool slow, KAF
     if (tried[i]) return false;
     tried[i] = true;
     if (isNullGuid(entry(i).reader)) return false;
+    if (isRememberedBlocked(entry(i))) {
+      // It took a surrogate down before: not asked again until its file changes.
+      KAFIO_LOG(logger_, 1,
+                " IdentifyFileType: mv8compound is bypassed:'%s', '%s' Plugin examined, status: %s",
+                name8.c_str(), toUtf8(entry(i).name).c_str(), "Yes-Blacklisted");
+      if (last == KAERR_FIO_UNSUPPORTED) last = KAERR_FIO_PLUGIN_BLOCKED;
+      return false;
+    }
     if (useBlockList && isBypassed(blockList(), entry(i), extension)) {
       KAFIO_LOG(logger_, 2,
                 " IdentifyFileType: mv8compound is bypassed:'%s', '%s' Plugin examined, status: %s",

@@ -156,7 +156,12 @@ HRESULT CKaFileIOManager::scan(bool useCache) try {
       entry->modTime = modTime;
       entry->langId = lcid;
       loaded = std::make_unique<LoadedModule>();
-      hr = FAILED(timeHr) ? timeHr : loadPluginModule(config.path, U16(), loaded.get());
+      if (FAILED(timeHr))
+        hr = timeHr;
+      else if (config.surrogate >= 0)  // described by the surrogate, never loaded here
+        hr = makeSurrogateFactory(surrogate(config.surrogate), *entry, &loaded->factory);
+      else
+        hr = loadPluginModule(config.path, U16(), loaded.get());
       if (SUCCEEDED(hr)) hr = describePlugin(loaded->factory, entry.get());
       if (FAILED(hr)) {
         KAFIO_LOG(logger_, 1, " Cannot load plugin '%s' from path '%s' (named in '%s'): 0x%08X ",
@@ -207,7 +212,8 @@ HRESULT CKaFileIOManager::factory(DWORD index, IKaFioPluginFactory** out) {
   if (!m) {
     m = std::make_unique<LoadedModule>();
     const KAFIOPLUGINENTRY& e = entry(index);
-    m->status = loadPluginModule(e.path, e.preloadModules, m.get());
+    m->status = e.surrogate >= 0 ? makeSurrogateFactory(surrogate(e.surrogate), e, &m->factory)
+                                 : loadPluginModule(e.path, e.preloadModules, m.get());
     if (FAILED(m->status))
       KAFIO_LOG(logger_, 1, " Cannot load plugin '%s' from path '%s': 0x%08X ",
                 toUtf8(e.name).c_str(), toUtf8(e.path).c_str(), unsigned(m->status));
@@ -316,12 +322,6 @@ HRESULT CKaFileIOManager::GetLastUsedReader(LONG* plugin) {
   if (!plugin) return E_POINTER;
   *plugin = lastUsed_;
   return S_OK;
-}
-
-HRESULT CKaFileIOManager::StartSurrogate(LONG, HANDLE* process, HANDLE* thread) {
-  if (process) *process = nullptr;
-  if (thread) *thread = nullptr;
-  return E_NOTIMPL;  // plug-ins run in the host process until the surrogate exists
 }
 
 HRESULT CKaFileIOManager::GetCacheFileName(KAWCHAR* buffer, DWORD chars) {

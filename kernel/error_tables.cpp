@@ -151,6 +151,12 @@ const HRESULT kReasonCodes[] = {
     KA_FAIL_CODE(0x186),
     KA_FAIL_CODE(0x189),
     KA_FAIL_CODE(0x18A),
+    KA_FAIL_CODE(0x190),
+    KA_FAIL_CODE(0x191),
+    KA_FAIL_CODE(0x192),
+    KA_FAIL_CODE(0x193),
+    KA_FAIL_CODE(0x194),
+    KA_FAIL_CODE(0x195),
     // Storage codes.
     HRESULT(0x80030005u),
     HRESULT(0x80030009u),

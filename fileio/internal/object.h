@@ -6,6 +6,7 @@
 #include <array>
 
 #include "fileio/internal/manager.h"
+#include "fileio/internal/surrogate.h"
 
 namespace ostra::fileio {
 
@@ -35,8 +36,8 @@ class CKaFileIOManager final : public IKaFileIOManager, public IKaFileIOMgrForAp
   (const KAWCHAR* extension, IKaRenderFile** renderer, LONG* plugin) override;
   STDMETHOD(GetLastUsedReader)(LONG* plugin) override;
   STDMETHOD(StartSurrogate)(LONG index, HANDLE* process, HANDLE* thread) override;
-  STDMETHOD(Reserved17)() override { return E_NOTIMPL; }
-  STDMETHOD(Reserved18)() override { return E_NOTIMPL; }
+  STDMETHOD(GetBlockedPlugin)(DWORD index, KAFIOBLOCKED* blocked) override;
+  STDMETHOD(UnblockPlugin)(const KAWCHAR* name) override;
   STDMETHOD(Reserved19)() override { return E_NOTIMPL; }
   STDMETHOD(Reserved20)() override { return E_NOTIMPL; }
   STDMETHOD(Reserved21)() override { return E_NOTIMPL; }
@@ -85,6 +86,16 @@ class CKaFileIOManager final : public IKaFileIOManager, public IKaFileIOMgrForAp
   HRESULT tryPlugin(DWORD index, const U16& path, IKaReadFile** keep, KAFIOIDENTIFY* result,
                     bool readMeta);
   const BlockList& blockList();
+  // The surrogate host of an index, made on first use (no process is started here).
+  SurrogateHost* surrogate(LONG index);
+  // The remembered block list (plug-ins that took a surrogate down), in the user's cache
+  // folder beside the plug-in cache.
+  U16 blockedFile() const;
+  void loadBlocked();
+  void saveBlockedLocked();
+  void rememberFailure(const KAFIOPLUGINENTRY& plugin, const char* call, const char* reason);
+  // True when the plug-in is remembered as blocked and its file has not changed since.
+  bool isRememberedBlocked(const KAFIOPLUGINENTRY& plugin);
 
   std::atomic<ULONG> refs_{1};
   std::mutex startLock_;
@@ -102,6 +113,10 @@ class CKaFileIOManager final : public IKaFileIOManager, public IKaFileIOMgrForAp
   std::atomic<LONG> lastUsed_{-1};
   std::once_flag blockListOnce_;
   BlockList blockList_;
+  std::mutex surrogatesLock_;
+  std::vector<std::unique_ptr<SurrogateHost>> surrogates_;
+  std::mutex blockedLock_;
+  std::vector<KAFIOBLOCKED> blocked_;
 };
 
 }  // namespace ostra::fileio

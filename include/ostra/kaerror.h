@@ -75,6 +75,13 @@
 #define KAERR_WAIT_ABANDONED KA_FAIL_CODE(0x172)
 #define KAERR_CLOSED KA_FAIL_CODE(0x173)
 #define KAERR_WRONG_THREAD KA_FAIL_CODE(0x174)
+// A plug-in in a surrogate process took it down, or the process is gone (docs/surrogate.md).
+#define KAERR_FIO_PLUGIN_CRASHED KA_FAIL_CODE(0x190)
+#define KAERR_FIO_PLUGIN_ABORTED KA_FAIL_CODE(0x191)
+#define KAERR_FIO_PLUGIN_HUNG KA_FAIL_CODE(0x192)
+#define KAERR_FIO_SURROGATE_GONE KA_FAIL_CODE(0x193)
+#define KAERR_FIO_PLUGIN_BLOCKED KA_FAIL_CODE(0x194)
+#define KAERR_FIO_SURROGATE_START KA_FAIL_CODE(0x195)
 #define KAERR_INVALID_DRIVE ((HRESULT)0x800404B0u)
 #define KAERR_END_OF_FILE ((HRESULT)0x800A0026u)  // "End of File is not an error."
 #define KAWARN_RECOVERED KA_WARN_CODE(0x000)      // some content was recovered

@@ -40,6 +40,16 @@ struct KAFIOPLUGINENTRY {
   BOOL fromCache;  // described from the cache in this process, not by loading it
 };
 
+// A plug-in the block list remembers: it cost a surrogate process its life. Identification
+// passes over it until its file changes or it is unblocked.
+struct KAFIOBLOCKED {
+  KAWCHAR name[KAFIO_MAX_NAME];
+  KAWCHAR path[KAFIO_MAX_PATH];
+  INT64 modTime;    // of the plug-in's file when it failed
+  char call[32];    // the call that failed ("Open", "Read", ...)
+  char reason[16];  // "crashed", "aborted", "hung" or "ended"
+};
+
 // How identification found its plug-in.
 enum KAFIOPASS : DWORD {
   KAFIO_PASS_NONE = 0,
@@ -129,9 +139,15 @@ struct IKaFileIOManager : IUnknown {
   // The plug-in that identified the previous file, -1 before the first.
   STDMETHOD(GetLastUsedReader)(LONG* plugin) = 0;  // 15
   // Out-of-process hosting: the surrogate program and the plug-ins it hosts.
+  // Starts surrogate `index` (once; S_FALSE when it runs already) and returns its process
+  // handle, owned by the manager. POSIX has no thread handle: *thread is null. A system
+  // failure comes back as its HRESULT; see docs/surrogate.md.
   STDMETHOD(StartSurrogate)(LONG index, HANDLE* process, HANDLE* thread) = 0;  // 16
-  STDMETHOD(Reserved17)() = 0;
-  STDMETHOD(Reserved18)() = 0;
+  // The block list's remembered plug-ins: those that crashed, aborted or hung in a
+  // surrogate. S_FALSE past the last.
+  STDMETHOD(GetBlockedPlugin)(DWORD index, struct KAFIOBLOCKED* blocked) = 0;  // 17
+  // Forgets the plug-in with this name (null: every one); KAERR_NOT_FOUND.
+  STDMETHOD(UnblockPlugin)(const KAWCHAR* name) = 0;  // 18
   STDMETHOD(Reserved19)() = 0;
   STDMETHOD(Reserved20)() = 0;
   STDMETHOD(Reserved21)() = 0;
@@ -216,6 +232,9 @@ OSTRA_API HRESULT KaFio_CreateManager(REFIID riid, void** manager) noexcept;
 #define KAFIO_METRIC_LIST_PASS 81u
 #define KAFIO_METRIC_READ_META 14u
 #define KAFIO_METRIC_BLOCK_LIST 12u
+// The time a surrogate may take for one call before it counts as hung, in milliseconds
+// (default 15000).
+#define KAFIO_METRIC_SURROGATE_TIMEOUT 84u
 OSTRA_API INT KaFio_GetMetric(DWORD id) noexcept;
 OSTRA_API BOOL KaFio_GetMetricBool(DWORD id) noexcept;
 // Sets a value for this process (not written to the file); KaFio_ResetMetrics forgets

@@ -3,9 +3,12 @@
 // the file's first 256 bytes hold "open:<name>" or "open:*"; it declines anything else
 // with its decline code. Counts its Open calls so that a test can prove it was not asked.
 #include <atomic>
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "ostra/kafileio.h"
 
@@ -49,6 +52,69 @@ class Object : public Interfaces... {
   STDMETHOD_(ULONG, AddRef)() override { return addRef(); }        \
   STDMETHOD_(ULONG, Release)() override { return release(); }
 
+// How a variant misbehaves, for the surrogate's isolation tests: 1 crashes in Open,
+// 2 aborts in Read, 3 hangs in Open (each only for files it reads).
+#ifndef TEST_PLUGIN_MISBEHAVE
+#define TEST_PLUGIN_MISBEHAVE 0
+#endif
+[[maybe_unused]] void misbehave(int when) {
+  if (TEST_PLUGIN_MISBEHAVE != when) return;
+  if (when == 1) std::raise(SIGSEGV);
+  if (when == 2) std::abort();
+  if (when == 3)
+    for (;;) std::this_thread::sleep_for(std::chrono::hours(1));  // never answers
+}
+
+// One mono 16-bit stream of 48 kHz whose sample n is n modulo 32768: enough to check
+// positions and to measure reading through a surrogate.
+constexpr UINT64 kFrames = 48000ull * 600;
+class AudioStream final : public Object<IKaReadAudioStream> {
+ public:
+  STDMETHOD(QueryInterface)(REFIID riid, void** ppv) override {
+    if (!ppv) return E_POINTER;
+    *ppv = nullptr;
+    if (riid != IID_IUnknown && riid != IID_IKaReadStream && riid != IID_IKaReadAudioStream)
+      return E_NOINTERFACE;
+    *ppv = static_cast<IKaReadAudioStream*>(this);
+    addRef();
+    return S_OK;
+  }
+  STDMETHOD_(ULONG, AddRef)() override { return addRef(); }
+  STDMETHOD_(ULONG, Release)() override { return release(); }
+  STDMETHOD(GetStreamType)(DWORD* type) override {
+    *type = KAFIO_STREAM_AUDIO;
+    return S_OK;
+  }
+  STDMETHOD(GetDuration)(INT64* duration, INT64* start) override {
+    *duration = INT64(kFrames * 10000000 / 48000);
+    if (start) *start = 0;
+    return S_OK;
+  }
+  STDMETHOD(GetFormat)(_kawaveformat* format, DWORD size) override {
+    if (size < 32) return E_INVALIDARG;
+    std::memset(format, 0, 32);
+    format->dwSize = 32;
+    format->SampleType = KASAMPLE_PCM16;
+    format->nSamplesPerSec = 48000;
+    format->nChannels = 1;
+    format->nBlockAlign = 2;
+    format->nAvgBytesPerSec = 96000;
+    return S_OK;
+  }
+  STDMETHOD(GetFrameCount)(UINT64* frames) override {
+    *frames = kFrames;
+    return S_OK;
+  }
+  STDMETHOD(Read)(UINT64 position, void* buffer, DWORD frames, DWORD* read) override {
+    misbehave(2);
+    const UINT64 n = position >= kFrames ? 0 : std::min<UINT64>(frames, kFrames - position);
+    auto* out = static_cast<int16_t*>(buffer);
+    for (UINT64 i = 0; i < n; ++i) out[i] = int16_t((position + i) & 0x7FFF);
+    *read = DWORD(n);
+    return S_OK;
+  }
+};
+
 class Meta final : public Object<IKaReadMeta> {
  public:
   IUNKNOWN_OF(IKaReadMeta, IID_IKaReadMeta)
@@ -75,17 +141,24 @@ class Reader final : public Object<IKaReadFile> {
     const std::string text(head, size_t(in.gcount()));
     const bool mine = text.find("open:" TEST_PLUGIN_NAME) != std::string::npos ||
                       text.find("open:*") != std::string::npos;
-    if (mine) return S_OK;
-    return HRESULT(TEST_PLUGIN_FAILURE);
+    if (!mine) return HRESULT(TEST_PLUGIN_FAILURE);
+    misbehave(1);
+    misbehave(3);
+    open_ = true;
+    return S_OK;
   }
   STDMETHOD(Close)() override { return S_OK; }
   STDMETHOD(GetStreamCount)(DWORD* count) override {
-    *count = 0;
+    *count = open_ ? 1 : 0;
     return S_OK;
   }
-  STDMETHOD(GetStream)(DWORD, REFIID, void** stream) override {
+  STDMETHOD(GetStream)(DWORD index, REFIID riid, void** stream) override {
     *stream = nullptr;
-    return E_INVALIDARG;
+    if (!open_ || index != 0) return E_INVALIDARG;
+    auto* s = new AudioStream;
+    const HRESULT hr = s->QueryInterface(riid, stream);
+    s->Release();
+    return hr;
   }
   STDMETHOD(GetMeta)(REFIID riid, void** meta) override {
     *meta = nullptr;
@@ -93,6 +166,9 @@ class Reader final : public Object<IKaReadFile> {
     *meta = static_cast<IKaReadMeta*>(new Meta);
     return S_OK;
   }
+
+ private:
+  bool open_ = false;
 };
 
 class ReaderClass final : public Object<IKaReadFileClass> {

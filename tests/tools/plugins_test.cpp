@@ -1,4 +1,4 @@
-// ostra plugins and ostra identify over the bundled plug-in, with the plug-in cache in a
+// ostra plugins and ostra identify over the bundled plug-ins, with the plug-in cache in a
 // scratch XDG cache folder.
 #include <gtest/gtest.h>
 
@@ -22,7 +22,12 @@ nlohmann::json runJson(const TempDir& dir, const std::string& args, int status =
 TEST(PluginsCommand, ListsTheBundledPluginLoadedThenCached) {
   TempDir dir;
   nlohmann::json j = runJson(dir, "plugins --json --rescan");
-  ASSERT_EQ(j["plugins"].size(), 1u);
+  // The bundled plug-ins, best merit first: the kernel's formats, libsndfile, FFmpeg.
+  ASSERT_EQ(j["plugins"].size(), 3u);
+  EXPECT_EQ(j["plugins"][1]["name"], "Audio");
+  EXPECT_EQ(j["plugins"][1]["reader"], "6A2F6C11-0003-4C52-9B6A-0F1E2D3C4B00");
+  EXPECT_EQ(j["plugins"][2]["name"], "Media");
+  EXPECT_EQ(j["plugins"][2]["reader"], "6A2F6C11-0004-4C52-9B6A-0F1E2D3C4B00");
   const auto& p = j["plugins"][0];
   EXPECT_EQ(p["name"], "KernelFormats");
   EXPECT_EQ(p["reader"], "6A2F6C11-0001-4C52-9B6A-0F1E2D3C4B00");

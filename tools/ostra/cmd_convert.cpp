@@ -4,13 +4,17 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <vector>
 
 #include "checks.h"
 #include "command.h"
+#include "fio_manager.h"
+#include "media_source.h"
 #include "operations.h"
 #include "ostra/kaerror.h"
+#include "ostra/kafiomgr.h"
 #include "ostra/kaplatform.h"
 #include "ostra/kawave.h"
 #include "ostra/riff.h"
@@ -144,13 +148,56 @@ KASAMPLETYPE sampleTypeFromName(const std::string& name) {
   return KASAMPLE_NONE;
 }
 
+namespace {
+
+// The output extensions a renderer plug-in writes rather than the kernel.
+std::string codecForName(const std::string& path) {
+  const size_t dot = path.find_last_of('.');
+  if (dot == std::string::npos || path.find('/', dot) != std::string::npos) return {};
+  std::string ext = path.substr(dot + 1);
+  for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+  if (ext == "oga") ext = "ogg";
+  return ext == "flac" || ext == "ogg" || ext == "opus" || ext == "mp3" ? ext : std::string();
+}
+
+// Where the samples come from: a file the kernel reads, or the first audio stream of a
+// file a plug-in reads.
+struct Source {
+  FileFacts facts;  // kernel files only
+  MediaFile media;
+  int stream = -1;  // media files only
+  KASAMPLETYPE type = KASAMPLE_NONE;
+  DWORD rate = 0, channelMask = 0;
+  unsigned channels = 0, blockAlign = 0;
+  uint64_t frames = 0;  // exact for kernel files, an estimate for some plug-in formats
+  bool kernel = true;
+};
+
+// The sample type a renderer plug-in is given: FLAC keeps integer depths up to 24 bits,
+// the lossy codecs take floats.
+KASAMPLETYPE codecType(const std::string& codec, KASAMPLETYPE requested) {
+  if (codec != "flac") return KASAMPLE_FLOAT32;
+  switch (requested) {
+    case KASAMPLE_PCM8:
+    case KASAMPLE_PCM16:
+      return KASAMPLE_PCM16;
+    default:
+      return KASAMPLE_PCM24;
+  }
+}
+
+}  // namespace
+
 HRESULT convertFile(const ConvertRequest& r) {
   TempFile spool, stdoutCopy;
   std::string input;
   HRESULT hr = readablePath(r.input, spool, input);
   if (FAILED(hr)) return hr;
   const bool toStdout = r.output == "-";
-  if (toStdout && FAILED(hr = stdoutCopy.create(".out"))) return hr;
+  const std::string codec = !r.codecContainer.empty() ? r.codecContainer
+                            : r.container             ? std::string()
+                                                      : codecForName(toStdout ? "" : r.output);
+  if (toStdout && FAILED(hr = stdoutCopy.create(codec.empty() ? ".out" : "." + codec))) return hr;
   const std::string& output = toStdout ? stdoutCopy.path() : r.output;
   KAHFILE in = KA_INVALID_HFILE;
   hr = KaFile_OpenUtf8(input.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING,
@@ -161,25 +208,46 @@ HRESULT convertFile(const ConvertRequest& r) {
     ~Closer() { KaFile_Close(f); }
   } closeIn{in};
 
-  FileFacts src;
-  if (FAILED(hr = inspectFile(in, src))) return hr;
-  std::string why;
-  if (FAILED(hr = checkReadableAudio(src, why))) return withReason(hr, why);
-  const auto srcType = KASAMPLETYPE(src.format.sampleType);
+  Source src;
+  if (const HRESULT kernelHr = inspectFile(in, src.facts); SUCCEEDED(kernelHr)) {
+    std::string why;
+    if (FAILED(hr = checkReadableAudio(src.facts, why))) return withReason(hr, why);
+    src.type = KASAMPLETYPE(src.facts.format.sampleType);
+    src.rate = src.facts.format.rate;
+    src.channels = src.facts.format.channels;
+    src.channelMask = src.facts.format.channelMask;
+    src.blockAlign = src.facts.format.blockAlign;
+    src.frames = src.facts.frames;
+  } else {
+    // Not a file the kernel reads itself: its first audio stream, through the plug-ins.
+    src.kernel = false;
+    hr = src.media.open(input);
+    if (hr == KAERR_FIO_UNSUPPORTED || hr == KAERR_FIO_HOST_FORMAT) return kernelHr;
+    if (FAILED(hr)) return hr;
+    src.stream = src.media.firstOf(KAFIO_STREAM_AUDIO);
+    if (src.stream < 0) return withReason(KAERR_UNSUPPORTED_FORMAT, "the file has no audio stream");
+    const MediaStream& m = src.media.streams()[size_t(src.stream)];
+    src.type = m.sampleType;
+    src.rate = m.rate;
+    src.channels = m.channels;
+    src.channelMask = m.channelMask;
+    src.blockAlign = m.blockAlign;
+    src.frames = m.frames;
+    if (!src.channels || !src.blockAlign) return KAERR_UNSUPPORTED_FORMAT;
+  }
+  const auto srcType = src.type;
 
   const Container container =
-      r.container.value_or(containerForName(toStdout ? "" : r.output).value_or(src.kind));
-  const KASAMPLETYPE dstType = storedType(container, r.type != KASAMPLE_NONE ? r.type : srcType);
+      r.container.value_or(containerForName(toStdout ? "" : r.output)
+                               .value_or(src.kernel ? src.facts.kind : Container::Riff));
+  const KASAMPLETYPE requested = r.type != KASAMPLE_NONE ? r.type : srcType;
+  const KASAMPLETYPE dstType =
+      codec.empty() ? storedType(container, requested) : codecType(codec, requested);
   if (dstType == KASAMPLE_NONE) return KAERR_UNSUPPORTED_FORMAT;
 
   alignas(8) unsigned char fmtBuf[KAWAVEFORMAT_BUFFER_SIZE] = {};
   auto* dstFormat = reinterpret_cast<_kawaveformat*>(fmtBuf);
-  dstFormat->Init(src.format.rate, dstType, src.format.channels, src.format.channelMask,
-                  sizeof fmtBuf);
-  alignas(8) unsigned char srcBuf[KAWAVEFORMAT_BUFFER_SIZE] = {};
-  auto* srcFormat = reinterpret_cast<_kawaveformat*>(srcBuf);
-  srcFormat->Init(src.format.rate, srcType, src.format.channels, src.format.channelMask,
-                  sizeof srcBuf);
+  dstFormat->Init(src.rate, dstType, WORD(src.channels), src.channelMask, sizeof fmtBuf);
 
   // A pair without a direct converter goes through double precision, which is exact
   // for every source type.
@@ -189,48 +257,96 @@ HRESULT convertFile(const ConvertRequest& r) {
   if (!direct && (!toDouble || !fromDouble)) return E_NOTIMPL;
   const float gain = r.gainDb == 0.0 ? 1.0f : float(std::pow(10.0, r.gainDb / 20.0));
 
-  const unsigned channels = src.format.channels;
+  const unsigned channels = src.channels;
   const unsigned dstBlock = dstFormat->nBlockAlign;
   const uint64_t blockFrames =
-      std::max<uint64_t>(1, kBlockBytes / std::max<unsigned>(src.format.blockAlign, dstBlock));
+      std::max<uint64_t>(1, kBlockBytes / std::max<unsigned>(src.blockAlign, dstBlock));
   std::vector<unsigned char> inBuf, outBuf;
   std::vector<double> mid;
   try {
-    inBuf.resize(blockFrames * src.format.blockAlign);
+    inBuf.resize(blockFrames * src.blockAlign);
     outBuf.resize(blockFrames * dstBlock);
     if (!direct) mid.resize(blockFrames * channels);
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
   }
 
-  // A wave or AIFF file that its 32-bit sizes cannot describe is refused before anything
-  // is written (Wave64 has no such limit).
-  const uint64_t outBytes = src.frames * dstBlock;
-  if (container != Container::Wave64 && outBytes > 0xFFFFFFFFull - 256) return KAERR_RIFF_TOO_LARGE;
-
-  // Metadata travels: every chunk that does not describe the samples' format goes along.
-  std::vector<CarriedChunk> carried;
-  std::vector<std::string> dropped;
-  if (FAILED(hr = carriedChunks(in, src.kind, container, carried, dropped))) return hr;
-  if (src.kind == Container::Aiff && container != Container::Aiff && !src.info.empty())
-    dropped.push_back("AIFF text chunks (NAME, AUTH, (c) , ANNO)");
-  for (const std::string& d : dropped) std::fprintf(stderr, "ostra: not carried: %s\n", d.c_str());
-
+  // The destination: the kernel's writer, or a renderer plug-in.
   AudioWriter out;
-  if (FAILED(hr = out.create(output, container, *dstFormat, {input}, std::move(carried))))
-    return withReason(hr, out.refusal());
+  ManagerRun renderers;
+  IKaRenderFile* renderer = nullptr;
+  struct Releaser {
+    IKaRenderFile*& r;
+    ~Releaser() {
+      if (r) r->Release();
+    }
+  } releaseRenderer{renderer};
   FormatFacts dstStored;
-  dstStored.bigEndianFloat = out.floatsBigEndian();
-  dstStored.bits = WORD(8 * KaAudio_BytesFromSampleType(dstType));
-  if (FAILED(hr = KaFile_Seek(in, INT64(src.dataOffset), FILE_BEGIN, nullptr))) return hr;
+  std::string renderPath;
+  struct Remover {
+    const std::string& path;
+    bool keep = false;
+    ~Remover() {
+      std::error_code ec;
+      if (!keep && !path.empty()) std::filesystem::remove(path, ec);
+    }
+  } removeRendered{renderPath};
+  if (codec.empty()) {
+    // A wave or AIFF file that its 32-bit sizes cannot describe is refused before anything
+    // is written (Wave64 has no such limit).
+    const uint64_t outBytes = src.frames * dstBlock;
+    if (container != Container::Wave64 && outBytes > 0xFFFFFFFFull - 256)
+      return KAERR_RIFF_TOO_LARGE;
+    // Metadata travels: every chunk that does not describe the samples' format goes along.
+    std::vector<CarriedChunk> carried;
+    std::vector<std::string> dropped;
+    if (src.kernel) {
+      if (FAILED(hr = carriedChunks(in, src.facts.kind, container, carried, dropped))) return hr;
+      if (src.facts.kind == Container::Aiff && container != Container::Aiff &&
+          !src.facts.info.empty())
+        dropped.push_back("AIFF text chunks (NAME, AUTH, (c) , ANNO)");
+    }
+    for (const std::string& d : dropped)
+      std::fprintf(stderr, "ostra: not carried: %s\n", d.c_str());
+    if (FAILED(hr = out.create(output, container, *dstFormat, {input}, std::move(carried))))
+      return withReason(hr, out.refusal());
+    dstStored.bigEndianFloat = out.floatsBigEndian();
+    dstStored.bits = WORD(8 * KaAudio_BytesFromSampleType(dstType));
+  } else {
+    if (!toStdout && input == output) return withReason(E_INVALIDARG, "the output is the input");
+    if (FAILED(hr = startManager(false, false, &renderers))) return hr;
+    const std::u16string ext(codec.begin(), codec.end());
+    hr = renderers.manager->CreateRendererForExtension(ext.c_str(), &renderer, nullptr);
+    if (FAILED(hr)) return withReason(hr, "no renderer plug-in writes ." + codec + " files");
+    // The renderer knows the container by the extension: a name without it is written under
+    // one and renamed when finished.
+    if (codecForName(output) != codec) renderPath = output + ".part." + codec;
+    const std::u16string wide = widenUtf8(renderPath.empty() ? output : renderPath);
+    hr = renderer->Create(wide.c_str(), dstFormat, 0);
+    if (FAILED(hr))
+      return withReason(hr, codec == "opus" ? "Opus takes 8, 12, 16, 24 or 48 kHz audio"
+                                            : "the renderer refused the format");
+  }
+  if (src.kernel && FAILED(hr = KaFile_Seek(in, INT64(src.facts.dataOffset), FILE_BEGIN, nullptr)))
+    return hr;
   Progress progress("converting", src.frames);
-  for (uint64_t done = 0; done < src.frames;) {
-    const uint64_t n = std::min(blockFrames, src.frames - done);
-    DWORD got = 0;
-    hr = KaFile_Read(in, inBuf.data(), DWORD(n * src.format.blockAlign), &got);
-    if (FAILED(hr)) return hr;
-    if (got != n * src.format.blockAlign) return KAERR_READ_FAILED;
-    swapStoredFloats(src.format, inBuf.data(), got);
+  for (uint64_t done = 0;;) {
+    uint64_t n = blockFrames;
+    if (src.kernel) {
+      n = std::min(blockFrames, src.frames - done);
+      if (!n) break;
+      DWORD got = 0;
+      hr = KaFile_Read(in, inBuf.data(), DWORD(n * src.blockAlign), &got);
+      if (FAILED(hr)) return hr;
+      if (got != n * src.blockAlign) return KAERR_READ_FAILED;
+      swapStoredFloats(src.facts.format, inBuf.data(), got);
+    } else {
+      DWORD got = 0;
+      if (FAILED(hr = src.media.readAudio(src.stream, done, inBuf.data(), DWORD(n), &got)))
+        return hr;
+      if (!got) break;
+      n = got;
+    }
     const int samples = int(n * channels);
     if (direct) {
       direct(outBuf.data(), inBuf.data(), samples, gain);
@@ -238,14 +354,29 @@ HRESULT convertFile(const ConvertRequest& r) {
       toDouble(mid.data(), inBuf.data(), samples, gain);
       fromDouble(outBuf.data(), mid.data(), samples, 1.0f);
     }
-    if (out.floatsBigEndian()) swapStoredFloats(dstStored, outBuf.data(), size_t(n * dstBlock));
-    if (FAILED(hr = out.write(outBuf.data(), size_t(n * dstBlock)))) return hr;
+    if (renderer) {
+      if (FAILED(hr = renderer->WriteAudio(outBuf.data(), DWORD(n)))) return hr;
+    } else {
+      if (out.floatsBigEndian()) swapStoredFloats(dstStored, outBuf.data(), size_t(n * dstBlock));
+      if (FAILED(hr = out.write(outBuf.data(), size_t(n * dstBlock)))) return hr;
+    }
     done += n;
-    progress.update(done);
+    progress.update(std::min(done, src.frames));
   }
   progress.finish();
-  hr = out.finish();
-  if (FAILED(hr)) return withReason(hr, out.refusal());
+  if (renderer) {
+    hr = renderer->Finish();
+    if (FAILED(hr)) return hr;
+    if (!renderPath.empty()) {
+      std::error_code ec;
+      std::filesystem::rename(renderPath, output, ec);
+      if (ec)
+        return withReason(KAERR_WRITE_FAILED, "cannot rename " + renderPath + ": " + ec.message());
+    }
+  } else {
+    hr = out.finish();
+    if (FAILED(hr)) return withReason(hr, out.refusal());
+  }
   return toStdout ? copyToStdout(output) : S_OK;
 }
 
@@ -258,7 +389,9 @@ struct Options {
 
 void setup(CLI::App& cmd) {
   static Options o;
-  cmd.add_option("IN", o.input, "Wave, Wave64, AIFF or AIFC file (- reads standard input)")
+  cmd.add_option("IN", o.input,
+                 "Audio file: wave, Wave64 and AIFF by the kernel, others through the plug-ins (- "
+                 "reads standard input)")
       ->required()
       ->check(existingFileOrStdin());
   cmd.add_option("OUT", o.output, "New file (never the input; - writes standard output)")
@@ -278,7 +411,7 @@ void setup(CLI::App& cmd) {
           "DB"));
   cmd.add_option("--container", o.container,
                  "Container of OUT (default: as OUT's extension says, else that of IN)")
-      ->check(CLI::IsMember({"wav", "w64", "aiff"}));
+      ->check(CLI::IsMember({"wav", "w64", "aiff", "flac", "ogg", "opus", "mp3"}));
   cmd.callback([] {
     ConvertRequest r;
     r.input = o.input;
@@ -287,6 +420,9 @@ void setup(CLI::App& cmd) {
     if (o.container == "wav") r.container = Container::Riff;
     if (o.container == "w64") r.container = Container::Wave64;
     if (o.container == "aiff") r.container = Container::Aiff;
+    if (o.container == "flac" || o.container == "ogg" || o.container == "opus" ||
+        o.container == "mp3")
+      r.codecContainer = o.container;
     r.gainDb = o.gain;
     const HRESULT hr = convertFile(r);
     if (FAILED(hr)) reportFailure(hr, o.input + " -> " + o.output);

@@ -6,6 +6,7 @@
 
 #include "command.h"
 #include "inspect.h"
+#include "media_source.h"
 #include "ostra/kaerror.h"
 #include "ostra/kaplatform.h"
 #include "std_streams.h"
@@ -57,6 +58,23 @@ void run(const Options& o) {
     } else if (SUCCEEDED(hr)) {
       hr = inspectPath(real, facts);
     }
+    if (FAILED(hr) && !o.memory) {
+      // Not a file the kernel reads itself: ask the plug-ins.
+      MediaFile media;
+      const HRESULT mediaHr = media.open(real);
+      if (SUCCEEDED(mediaHr)) {
+        if (o.json) {
+          nlohmann::json j = mediaJson(media);
+          j["file"] = path;
+          all.push_back(std::move(j));
+        } else {
+          std::printf("%s%s\n%s", first ? "" : "\n", path.c_str(), mediaText(media).c_str());
+          first = false;
+        }
+        continue;
+      }
+      if (mediaHr != KAERR_FIO_UNSUPPORTED && mediaHr != KAERR_FIO_HOST_FORMAT) hr = mediaHr;
+    }
     if (FAILED(hr)) {
       reportFailure(hr, path);
       continue;
@@ -78,7 +96,9 @@ void run(const Options& o) {
 
 void setup(CLI::App& cmd) {
   static Options o;
-  cmd.add_option("FILE", o.files, "Wave, Wave64, AIFF or AIFC files (- reads standard input)")
+  cmd.add_option("FILE", o.files,
+                 "Audio or video files: wave, Wave64 and AIFF by the kernel, others through the "
+                 "plug-ins (- reads standard input)")
       ->required()
       ->check(existingFileOrStdin());
   cmd.add_flag("--json", o.json, "One JSON object per file (an array for several files)");

@@ -8,8 +8,10 @@
 #include "checks.h"
 #include "command.h"
 #include "inspect.h"
+#include "media_source.h"
 #include "ostra/kaaudio.h"
 #include "ostra/kaerror.h"
+#include "ostra/kafiomgr.h"
 #include "ostra/kaplatform.h"
 #include "std_streams.h"
 
@@ -74,6 +76,55 @@ nlohmann::json sampleValue(int32_t type, const uint8_t* p) {
   }
 }
 
+void print(const Options& o, int32_t type, const std::string& typeText, unsigned channels,
+           uint64_t first, uint64_t frames, const nlohmann::json& values) {
+  if (o.json) {
+    nlohmann::json j{
+        {"sample_type", type}, {"start", first}, {"frames", frames}, {"channels", values}};
+    std::printf("%s\n", j.dump().c_str());
+    return;
+  }
+  std::printf("%s: %u channels, sample type %d (%s), frames %llu..%llu\n", o.file.c_str(), channels,
+              int(type), typeText.c_str(), (unsigned long long)first,
+              (unsigned long long)(first + frames));
+  for (uint64_t i = 0; i < frames; ++i) {
+    std::printf("%10llu", (unsigned long long)(first + i));
+    for (unsigned c = 0; c < channels; ++c) std::printf(" %s", values[c][i].dump().c_str());
+    std::printf("\n");
+  }
+}
+
+// The first audio stream of a file a plug-in reads, as the plug-in delivers it.
+HRESULT runMedia(const Options& o, const std::string& path) {
+  MediaFile media;
+  HRESULT hr = media.open(path);
+  if (FAILED(hr)) return hr;
+  const int index = media.firstOf(KAFIO_STREAM_AUDIO);
+  if (index < 0) return withReason(KAERR_UNSUPPORTED_FORMAT, "the file has no audio stream");
+  const MediaStream& s = media.streams()[size_t(index)];
+  const int bytes = KaAudio_BytesFromSampleType(s.sampleType);
+  if (!s.blockAlign || bytes <= 0) return KAERR_UNSUPPORTED_FORMAT;
+  nlohmann::json values = nlohmann::json::array();
+  for (unsigned c = 0; c < s.channels; ++c) values.push_back(nlohmann::json::array());
+  const uint64_t blockFrames = std::max<uint64_t>(1, (1u << 20) / s.blockAlign);
+  std::vector<uint8_t> buf(size_t(std::min(o.count, blockFrames)) * s.blockAlign);
+  uint64_t done = 0;
+  while (done < o.count) {
+    DWORD got = 0;
+    hr = media.readAudio(index, o.start + done, buf.data(),
+                         DWORD(std::min(blockFrames, o.count - done)), &got);
+    if (FAILED(hr)) return hr;
+    if (!got) break;  // the end of the stream (the frame count of lossy files is an estimate)
+    for (DWORD i = 0; i < got; ++i)
+      for (unsigned c = 0; c < s.channels; ++c)
+        values[c].push_back(
+            sampleValue(s.sampleType, buf.data() + size_t(i) * s.blockAlign + c * unsigned(bytes)));
+    done += got;
+  }
+  print(o, s.sampleType, sampleTypeName(s.sampleType), s.channels, o.start, done, values);
+  return S_OK;
+}
+
 void run(const Options& o) {
   TempFile spool;
   std::string path;
@@ -85,6 +136,15 @@ void run(const Options& o) {
   if (FAILED(hr)) return void(reportFailure(hr, o.file));
   FileFacts facts;
   hr = inspectFile(file, facts);
+  if (FAILED(hr)) {
+    KaFile_Close(file);
+    // Not a file the kernel reads itself: ask the plug-ins.
+    const HRESULT mediaHr = runMedia(o, path);
+    if (SUCCEEDED(mediaHr)) return;
+    return void(reportFailure(
+        mediaHr == KAERR_FIO_UNSUPPORTED || mediaHr == KAERR_FIO_HOST_FORMAT ? hr : mediaHr,
+        o.file));
+  }
   const int32_t type = facts.format.sampleType;
   const int bytes = KaAudio_BytesFromSampleType(KASAMPLETYPE(type));
   if (FAILED(hr) || refuseUnreadableAudio(facts, o.file)) {
@@ -116,25 +176,14 @@ void run(const Options& o) {
   }
   KaFile_Close(file);
   if (FAILED(hr)) return void(reportFailure(hr, o.file));
-  if (o.json) {
-    nlohmann::json j{
-        {"sample_type", type}, {"start", first}, {"frames", frames}, {"channels", values}};
-    std::printf("%s\n", j.dump().c_str());
-    return;
-  }
-  std::printf("%s: %u channels, sample type %d (%s), frames %llu..%llu\n", o.file.c_str(), channels,
-              int(type), facts.format.sampleTypeText.c_str(), (unsigned long long)first,
-              (unsigned long long)(first + frames));
-  for (uint64_t i = 0; i < frames; ++i) {
-    std::printf("%10llu", (unsigned long long)(first + i));
-    for (unsigned c = 0; c < channels; ++c) std::printf(" %s", values[c][i].dump().c_str());
-    std::printf("\n");
-  }
+  print(o, type, facts.format.sampleTypeText, channels, first, frames, values);
 }
 
 void setup(CLI::App& cmd) {
   static Options o;
-  cmd.add_option("FILE", o.file, "Wave, Wave64, AIFF or AIFC file (- reads standard input)")
+  cmd.add_option("FILE", o.file,
+                 "Audio file: wave, Wave64 and AIFF by the kernel, others through the plug-ins (- "
+                 "reads standard input)")
       ->required()
       ->check(existingFileOrStdin());
   cmd.add_flag("--json", o.json, "Print {\"channels\": [[...], ...]}");

@@ -19,6 +19,9 @@ struct ConvertRequest {
   KASAMPLETYPE type = KASAMPLE_NONE;   // NONE: keep the input's type
   std::optional<Container> container;  // default: the input's (AIFF for AIFF input)
   double gainDb = 0.0;
+  // "flac", "ogg", "opus" or "mp3": written by a renderer plug-in (default: as the output's
+  // extension says when it is one of those).
+  std::string codecContainer;
 };
 HRESULT convertFile(const ConvertRequest& request);
 
