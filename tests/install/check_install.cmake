@@ -99,6 +99,12 @@ if(NOT found)
   message(FATAL_ERROR "ostra plugins does not list the example plug-in:\n${plugins}")
 endif()
 
+# The bundled media plug-ins also read Sun audio files, with a higher merit; to read one
+# with the example, the scratch install goes without their configuration files.
+file(REMOVE ${prefix}/lib/sndfile.Fio2007-Config ${prefix}/lib/media.Fio2007-Config)
+run(${prefix}/bin/ostra plugins --json --rescan)
+must("ostra plugins after removing the media plug-ins")
+
 # A Sun audio file of four 16-bit frames at 8000 Hz, samples 0x0102 0x0304 0x0506 0x0708.
 execute_process(COMMAND printf
   "\\056snd\\0\\0\\0\\030\\0\\0\\0\\010\\0\\0\\0\\003\\0\\0\\037\\100\\0\\0\\0\\001\\001\\002\\003\\004\\005\\006\\007\\010"
