@@ -231,7 +231,7 @@ void PlayEngine::restartLocked(std::unique_lock<std::mutex>& lk, INT64 position,
   });
 }
 
-HRESULT PlayEngine::Start(DWORD, INT64 position, INT64 end) {
+HRESULT PlayEngine::Start(DWORD flags, INT64 position, INT64 end) {
   std::lock_guard ol(outputLock_);
   HRESULT r = fixFormat(0, 0);
   if (FAILED(r)) return r;
@@ -244,6 +244,25 @@ HRESULT PlayEngine::Start(DWORD, INT64 position, INT64 end) {
     output_ = std::move(out);
   }
   ensureStarted();
+  if ((flags & KARUN_MONITOR) && recorder_) {
+    // Record monitoring: the input goes to the output; the session does not play.
+    {
+      std::unique_lock lk(ctl_);
+      req_.running = false;
+      restartLocked(lk, position_.load(), true);  // nothing of an earlier run is left
+    }
+    r = recorder_->startMonitor();
+    if (FAILED(r)) return r;
+    monitorRun_ = true;
+    running_ = true;
+    r = output_->start();
+    if (FAILED(r)) {
+      recorder_->stopMonitor();
+      monitorRun_ = false;
+      running_ = false;
+    }
+    return r;
+  }
   const bool record = armed_ && recorder_;
   {
     std::unique_lock lk(ctl_);
@@ -283,6 +302,7 @@ HRESULT PlayEngine::Stop(DWORD, DWORD) {
     req_.running = false;
   }
   cv_.notify_all();
+  if (monitorRun_.exchange(false)) recorder_->stopMonitor();
   if (recording_) {
     recording_ = false;
     const INT64 frames = recorder_->stop();

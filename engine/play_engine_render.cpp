@@ -64,13 +64,16 @@ void PlayEngine::notePeaks(const float* out, DWORD frames) noexcept {
 void PlayEngine::renderRealtime(float* out, DWORD frames) noexcept {
   const WORD ch = timeline_.channels();
   DWORD n = 0;
-  if (running_.load(std::memory_order_acquire) && !recording_.load(std::memory_order_relaxed)) {
+  if (running_.load(std::memory_order_acquire) && !recording_.load(std::memory_order_relaxed) &&
+      !monitorRun_.load(std::memory_order_relaxed)) {
     n = consume(out, frames);
     if (n < frames && finishedGen_.load(std::memory_order_acquire) != seenGen_)
       underruns_.fetch_add(1, std::memory_order_relaxed);
   }
   std::memset(out + size_t(n) * ch, 0, sizeof(float) * (frames - n) * ch);
-  if (monitor_ && recorder_) recorder_->mixMonitor(out, frames, ch);
+  if ((monitor_.load(std::memory_order_relaxed) || monitorRun_.load(std::memory_order_relaxed)) &&
+      recorder_)
+    recorder_->mixMonitor(out, frames, ch);
   notePeaks(out, frames);
 }
 

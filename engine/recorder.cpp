@@ -183,6 +183,8 @@ HRESULT Recorder::start(INT64 limit) noexcept {
   quit_ = false;
   writeError_ = S_OK;
   writer_thread_ = std::thread([this] { writerMain(); });
+  writing_ = true;
+  monitoring_ = target_.monitor != 0;
   r = input_->start();
   if (FAILED(r)) {
     stop();
@@ -192,8 +194,24 @@ HRESULT Recorder::start(INT64 limit) noexcept {
   return S_OK;
 }
 
+HRESULT Recorder::startMonitor() noexcept {
+  if (running_) return S_FALSE;
+  writing_ = false;
+  monitoring_ = true;
+  const HRESULT r = input_->start();
+  if (FAILED(r)) monitoring_ = false;
+  return r;
+}
+
+void Recorder::stopMonitor() noexcept {
+  if (input_) input_->stop();
+  monitoring_ = false;
+}
+
 INT64 Recorder::stop() noexcept {
   if (input_) input_->stop();
+  writing_ = false;
+  monitoring_ = false;
   if (writer_thread_.joinable()) {
     {
       std::lock_guard lk(lock_);
@@ -213,26 +231,30 @@ INT64 Recorder::stop() noexcept {
 // Input thread (a device callback for device inputs): copies into the rings only.
 void Recorder::deliver(void* self, const float* frames, DWORD count) {
   auto* r = static_cast<Recorder*>(self);
+  const bool writing = r->writing_.load(std::memory_order_acquire);
+  const bool monitoring = r->monitoring_.load(std::memory_order_acquire);
   while (count) {
     INT64 n = std::min(count, r->block_);
-    if (r->limit_ >= 0) n = std::min(n, r->limit_ - r->captured_.load());
+    if (writing && r->limit_ >= 0) n = std::min(n, r->limit_ - r->captured_.load());
     if (n <= 0) return;
-    Block* b = r->ring_.beginPush();
-    if (!b) {
-      r->overruns_.fetch_add(1);
-      return;
+    if (writing) {
+      Block* b = r->ring_.beginPush();
+      if (!b) {
+        r->overruns_.fetch_add(1);
+        return;
+      }
+      std::memcpy(b->data, frames, sizeof(float) * size_t(n) * r->channels_);
+      b->frames = DWORD(n);
+      r->ring_.endPush();
+      r->captured_.fetch_add(n);
     }
-    std::memcpy(b->data, frames, sizeof(float) * size_t(n) * r->channels_);
-    b->frames = DWORD(n);
-    r->ring_.endPush();
-    if (r->target_.monitor) {
+    if (monitoring) {
       if (Block* m = r->monitor_.beginPush()) {
         std::memcpy(m->data, frames, sizeof(float) * size_t(n) * r->channels_);
         m->frames = DWORD(n);
         r->monitor_.endPush();
       }
     }
-    r->captured_.fetch_add(n);
     frames += size_t(n) * r->channels_;
     count -= DWORD(n);
   }

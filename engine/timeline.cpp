@@ -2,6 +2,7 @@
 #include "engine/internal/timeline.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "ostra/kaerror.h"
@@ -46,12 +47,16 @@ HRESULT Timeline::add(const KAENGINECLIP& in) noexcept {
     c.path = in.path;
     HRESULT r = probeAudioFile(in.path, c);
     if (FAILED(r)) return r;
-    if (c.sampleRate != rate_ || (c.channels != channels_ && c.channels != 1))
+    if (c.channels != channels_ && c.channels != 1) return KAERR_UNSUPPORTED_FORMAT;
+    c.ratio = double(c.sampleRate) / rate_;
+    if (c.ratio < 1.0 / Varispeed::kMaxRatio || c.ratio > Varispeed::kMaxRatio)
       return KAERR_UNSUPPORTED_FORMAT;
     if (in.inPoint < 0 || in.inPoint > c.fileFrames) return E_INVALIDARG;
     c.inPoint = in.inPoint;
-    c.length = in.length < 0 ? c.fileFrames - in.inPoint : in.length;
-    if (c.length > c.fileFrames - c.inPoint) return E_INVALIDARG;
+    const INT64 available = INT64(double(c.fileFrames - in.inPoint) / c.ratio);
+    c.length = in.length < 0 ? available : in.length;
+    if (c.length > available) return E_INVALIDARG;
+    if (c.sampleRate != rate_) c.resampler = std::make_unique<Varispeed>();
     c.start = in.start;
     c.gain = in.gain;
     r = KaFile_Open(in.path, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_FLAG_RANDOM_ACCESS,
@@ -77,6 +82,8 @@ HRESULT Timeline::prepare(DWORD maxFrames) noexcept {
     for (const Clip& c : clips_) align = std::max(align, c.blockAlign);
     raw_.resize(size_t(maxFrames) * align);
     conv_.resize(size_t(maxFrames) * channels_);
+    for (Clip& c : clips_)
+      if (c.resampler) c.input.resize(size_t(maxFrames) * c.channels);
     spread_.resize(size_t(maxFrames) * channels_);
     ones_.assign(channels_, 1.0);
     maxFrames_ = maxFrames;
@@ -92,6 +99,54 @@ INT64 Timeline::extent() const noexcept {
   return e;
 }
 
+HRESULT Timeline::readConverted(Clip& c, INT64 fileFrame, DWORD n, float* dst) noexcept {
+  const DWORD bytes = n * c.blockAlign;
+  DWORD got = 0;
+  HRESULT r =
+      KaFile_Seek(c.file, INT64(c.dataOffset) + fileFrame * c.blockAlign, FILE_BEGIN, nullptr);
+  if (SUCCEEDED(r)) r = KaFile_Read(c.file, raw_.data(), bytes, &got);
+  if (FAILED(r)) {
+    got = 0;  // the rest of the mix still plays; the caller reports the failure
+  }
+  if (got < bytes) std::memset(raw_.data() + got, 0, bytes - got);  // a file cut short
+  c.toFloat(dst, raw_.data(), int32_t(n * c.channels), c.gain);
+  return r;
+}
+
+// The clip's frames for timeline frames [at, at + n) through its resampler, which carries
+// on from the previous block when that ended at `at` and starts afresh otherwise.
+HRESULT Timeline::renderResampled(Clip& c, INT64 at, DWORD n, float* dst) noexcept {
+  HRESULT result = S_OK;
+  if (at != c.nextOut) {
+    c.resampler->reset(c.channels, c.ratio);
+    c.srcPos = c.inPoint + INT64(double(at - c.start) * c.ratio);
+    c.srcEnd = std::min(c.fileFrames, c.inPoint + INT64(std::ceil(double(c.length) * c.ratio)));
+    c.inOff = c.inAvail = 0;
+  }
+  const WORD ch = c.channels;
+  DWORD made = 0;
+  for (int idle = 0; made < n && idle < 4;) {
+    if (c.inOff == c.inAvail && c.srcPos < c.srcEnd) {
+      const DWORD m = DWORD(std::min<INT64>(maxFrames_, c.srcEnd - c.srcPos));
+      if (FAILED(readConverted(c, c.srcPos, m, c.input.data()))) result = KAERR_READ_FAILED;
+      c.srcPos += m;
+      c.inOff = 0;
+      c.inAvail = m;
+    }
+    const bool drain = c.inOff == c.inAvail;
+    size_t used = 0, got = 0;
+    c.resampler->process(drain ? nullptr : c.input.data() + size_t(c.inOff) * ch,
+                         c.inAvail - c.inOff, &used, dst + size_t(made) * ch, n - made, &got);
+    c.inOff += DWORD(used);
+    made += DWORD(got);
+    idle = used || got ? 0 : idle + 1;
+    if (drain && !got) break;
+  }
+  if (made < n) std::memset(dst + size_t(made) * ch, 0, sizeof(float) * (n - made) * ch);
+  c.nextOut = at + n;
+  return result;
+}
+
 HRESULT Timeline::render(INT64 from, DWORD frames, float* out) noexcept {
   if (frames > maxFrames_) return E_INVALIDARG;
   std::memset(out, 0, sizeof(float) * frames * channels_);
@@ -101,18 +156,9 @@ HRESULT Timeline::render(INT64 from, DWORD frames, float* out) noexcept {
     const INT64 b = std::min(from + INT64(frames), c.end());
     if (a >= b) continue;
     const DWORD n = DWORD(b - a);
-    const INT64 fileFrame = c.inPoint + (a - c.start);
-    const DWORD bytes = n * c.blockAlign;
-    DWORD got = 0;
-    HRESULT r =
-        KaFile_Seek(c.file, INT64(c.dataOffset) + fileFrame * c.blockAlign, FILE_BEGIN, nullptr);
-    if (SUCCEEDED(r)) r = KaFile_Read(c.file, raw_.data(), bytes, &got);
-    if (FAILED(r)) {
-      result = r;  // the rest of the mix still plays; the caller reports the failure
-      continue;
-    }
-    if (got < bytes) std::memset(raw_.data() + got, 0, bytes - got);  // a file cut short
-    c.toFloat(conv_.data(), raw_.data(), int32_t(n * c.channels), c.gain);
+    const HRESULT r = c.resampler ? renderResampled(c, a, n, conv_.data())
+                                  : readConverted(c, c.inPoint + (a - c.start), n, conv_.data());
+    if (FAILED(r)) result = r;
     const float* src = conv_.data();
     if (c.channels != channels_) {
       float* s = spread_.data();

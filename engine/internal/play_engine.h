@@ -138,7 +138,9 @@ class PlayEngine final : public IKAPlayEngine, public IKAEngineSession, public R
 
   // Recording.
   std::unique_ptr<Recorder> recorder_;
-  bool armed_ = false, monitor_ = false;
+  bool armed_ = false;
+  std::atomic<bool> monitor_{false};     // a recording is also routed to the output
+  std::atomic<bool> monitorRun_{false};  // a record-monitoring run is going
   std::atomic<bool> recording_{false};
   INT64 recordStart_ = 0;
 };

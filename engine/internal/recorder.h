@@ -29,6 +29,9 @@ class Recorder {
   HRESULT start(INT64 limit = -1) noexcept;
   // Stops the input, writes what is queued, completes the header; returns frames written.
   INT64 stop() noexcept;
+  // Record monitoring without recording: the input runs and reaches only the output.
+  HRESULT startMonitor() noexcept;
+  void stopMonitor() noexcept;
   void finish() noexcept { stop(); }
   INT64 framesCaptured() const noexcept { return captured_.load(); }
   INT64 framesWritten() const noexcept { return written_.load(); }
@@ -54,6 +57,7 @@ class Recorder {
   std::mutex lock_;
   std::condition_variable wake_;
   bool quit_ = false, running_ = false;
+  std::atomic<bool> writing_{false}, monitoring_{false};
   INT64 limit_ = -1;
   std::atomic<INT64> captured_{0}, written_{0};
   std::atomic<UINT64> overruns_{0};

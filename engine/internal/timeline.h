@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/internal/varispeed.h"
 #include "ostra/kaaudio.h"
 #include "ostra/kaengine.h"
 
@@ -28,6 +29,14 @@ struct Clip {
   INT64 length = 0;
   float gain = 1.0f;
   KAAUDIO_COPYFUNCTION toFloat = nullptr;
+  // A clip at another rate than the session's plays through its own resampler; its
+  // length counts session frames, its in-point file frames.
+  double ratio = 1.0;  // file frames per session frame
+  std::unique_ptr<Varispeed> resampler;
+  std::vector<float> input;  // converted file frames waiting for the resampler
+  INT64 nextOut = -1;        // the timeline frame the resampler's state continues at
+  INT64 srcPos = 0, srcEnd = 0;
+  DWORD inOff = 0, inAvail = 0;
   INT64 end() const noexcept { return start + length; }
 };
 
@@ -58,6 +67,8 @@ class Timeline {
   HRESULT render(INT64 from, DWORD frames, float* out) noexcept;
 
  private:
+  HRESULT readConverted(Clip& c, INT64 fileFrame, DWORD n, float* dst) noexcept;
+  HRESULT renderResampled(Clip& c, INT64 at, DWORD n, float* dst) noexcept;
   DWORD rate_ = 0;
   WORD channels_ = 0;
   std::vector<Clip> clips_;

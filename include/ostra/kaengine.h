@@ -75,9 +75,11 @@ typedef void (*KARECORDPROGRESS)(INT64 framesOnDisk, void* context);
 
 // The session interface beside IKAPlayEngine on the engine object.
 struct IKAEngineSession : IUnknown {
-  // Opens the clip's file and adds it. KAERR_UNSUPPORTED_FORMAT when its rate differs
-  // from the session's or its channels are neither the session's nor 1 (a mono clip
-  // plays on every channel); E_INVALIDARG for an in-point or length outside the file.
+  // Opens the clip's file and adds it. A clip at another rate than the session's plays
+  // through a resampler of its own (its length then counts session frames, its in-point
+  // file frames); rates more than four times apart and channel counts other than the
+  // session's or 1 (a mono clip plays on every channel) give KAERR_UNSUPPORTED_FORMAT;
+  // an in-point or length outside the file E_INVALIDARG.
   STDMETHOD(AddClip)(const KAENGINECLIP* clip) = 0;
   STDMETHOD(ClearClips)() = 0;
   // Wraps playback from start + length back to start `repeats` times (0xFFFFFFFF: until

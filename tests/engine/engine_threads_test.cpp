@@ -11,18 +11,34 @@
 namespace {
 thread_local bool tCounting = false;
 std::atomic<long> gCountedAllocations{0};
+
+// Every allocation of the process goes through here; those on a thread that counts are
+// counted.
+void* countedAlloc(size_t n) noexcept {
+  if (tCounting) gCountedAllocations.fetch_add(1);
+  return std::malloc(n ? n : 1);
+}
 }  // namespace
 
 void* operator new(size_t n) {
-  if (tCounting) gCountedAllocations.fetch_add(1);
-  if (void* p = std::malloc(n ? n : 1)) return p;
+  if (void* p = countedAlloc(n)) return p;
   throw std::bad_alloc();
 }
+void* operator new[](size_t n) {
+  if (void* p = countedAlloc(n)) return p;
+  throw std::bad_alloc();
+}
+void* operator new(size_t n, const std::nothrow_t&) noexcept { return countedAlloc(n); }
+void* operator new[](size_t n, const std::nothrow_t&) noexcept { return countedAlloc(n); }
 // GCC pairs the replaced operator new with free only by name; the pairing is right.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete(void* p, size_t) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete[](void* p, size_t) noexcept { std::free(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
 #pragma GCC diagnostic pop
 
 namespace ostra::test {

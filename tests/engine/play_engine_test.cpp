@@ -165,5 +165,19 @@ TEST_F(PlayEngineTest, VarispeedRendersWhatTheResamplerGivesOffline) {
   }
 }
 
+TEST_F(PlayEngineTest, AClipAtAnotherRatePlaysThroughItsResampler) {
+  const WaveData half = noise(2, kRate / 2, 1000, 5);
+  writeWav16(dir.file("half.wav"), half);
+  // The first clip fixes the session at 48 kHz and lies outside the range.
+  const std::vector<TestClip> clips{clip(a, 100000), {&half, dir.file("half.wav"), 0, 0, -1, 1.0f}};
+  const std::vector<float> got = render(clips, 0, 2000);
+  std::vector<float> in;
+  for (int16_t v : half.samples) in.push_back(float(v) / 32768.0f);
+  std::vector<float> want = resampleOffline(in, 2, 0.5);
+  ASSERT_GE(want.size(), 4000u);
+  want.resize(4000);
+  EXPECT_TRUE(want == got);
+}
+
 }  // namespace
 }  // namespace ostra::test

@@ -112,5 +112,34 @@ TEST_F(RecordRun, AFileInputIsRecordedSampleForSample) {
   EXPECT_EQ(expectedSpans(clips, 2, {{0, 15000}}), readFloatWave(dir.file("take.wav")));
 }
 
+TEST_F(RecordRun, MonitoringRoutesTheInputToTheOutputAndWritesNothing) {
+  const std::u16string out = u16(dir.file("never.wav"));
+  EngineUnderTest e({}, 256);
+  KARECORDTARGET target{sizeof target,
+                        KAREC_INPUT_TONE,
+                        nullptr,
+                        out.c_str(),
+                        KACONTAINER_WAVE,
+                        KASAMPLE_PCM16,
+                        kRate,
+                        2,
+                        0,
+                        0};
+  ASSERT_EQ(S_OK, e.session->SetRecordTarget(&target, nullptr, nullptr));
+  ASSERT_EQ(S_OK, e.session->SetOutput("null:manual"));
+  ASSERT_EQ(S_OK, e.play->Start(0x10800000u, -1, -1));  // as Transport_StartRecMonitor asks
+  std::vector<float> buf(256 * 2);
+  float peak = 0;
+  ASSERT_TRUE(eventually([&] {
+    clock.advance(6);
+    e.session->Pump(buf.data(), 256);
+    for (float v : buf) peak = std::max(peak, std::fabs(v));
+    return peak > 0.09f;
+  }));
+  EXPECT_LT(peak, 0.11f);  // the tone alone
+  ASSERT_EQ(S_OK, e.play->Stop(0x10800000u, 0));
+  EXPECT_FALSE(std::filesystem::exists(dir.file("never.wav")));
+}
+
 }  // namespace
 }  // namespace ostra::test
