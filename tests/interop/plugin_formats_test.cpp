@@ -213,6 +213,46 @@ TEST(PluginFormats, VideoFrameMatchesFfmpegsDecode) {
   }
 }
 
+TEST(PluginFormats, ColourDescriptionAndTitleReachTheMetadataKeys) {
+  if (!havePeers()) GTEST_SKIP() << "ffmpeg missing";
+  TempDir dir;
+  const struct {
+    const char* name;
+    const char* args;
+    nlohmann::json meta;
+  } cases[] = {
+      {"hdr.mp4",
+       "-color_primaries bt2020 -color_trc smpte2084 -colorspace bt2020nc -color_range tv",
+       {{"Title", "Ünïcode"},
+        {"colour_description_present", "Yes"},
+        {"colour_primaries", "bt2020"},
+        {"transfer_characteristics", "smpte2084"},
+        {"matrix_coefficients", "bt2020nc"},
+        {"colour_range", "Limited"}}},
+      {"full.mkv",
+       "-color_primaries bt709 -color_trc bt709 -colorspace bt709 -color_range pc",
+       {{"Title", "Ünïcode"},
+        {"colour_description_present", "Yes"},
+        {"colour_primaries", "bt709"},
+        {"transfer_characteristics", "bt709"},
+        {"matrix_coefficients", "bt709"},
+        {"colour_range", "Full"}}},
+      {"plain.mp4", "", {{"Title", "Ünïcode"}, {"colour_description_present", "No"}}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string file = dir.file(c.name);
+    ASSERT_EQ(run("ffmpeg -v error -f lavfi -i testsrc=duration=0.3:size=64x48:rate=25 -c:v "
+                  "libx264 -pix_fmt yuv420p " +
+                  std::string(c.args) + " -metadata title=Ünïcode " + quote(file))
+                  .status,
+              0);
+    const nlohmann::json info = ostraJson("info --json " + quote(file));
+    ASSERT_FALSE(info.is_null());
+    EXPECT_EQ(info["metadata"], c.meta);
+  }
+}
+
 TEST(PluginFormats, RenderedFilesAreWhatFfprobeSees) {
   if (!havePeers()) GTEST_SKIP() << "ffmpeg missing";
   TempDir dir;
