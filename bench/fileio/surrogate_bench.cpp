@@ -33,30 +33,30 @@ struct Setup {
   WORD block = 2;
 
   Setup(Plugin plugin, bool surrogate) {
-    dir = fs::temp_directory_path() / ("ostra-bench-surrogate-" + std::to_string(int(plugin)) +
-                                       std::to_string(surrogate));
+    dir = fs::temp_directory_path() /
+          ("ostra-bench-surrogate-" + std::to_string(int(plugin)) + std::to_string(surrogate));
     fs::create_directories(dir);
     std::string clipName = "clip.bad";
     if (plugin == Plugin::Synthetic) {
       fs::copy_file(std::string(OSTRA_TEST_PLUGIN_DIR) + "/tp_steady.so", dir / "tp_steady.so",
                     fs::copy_options::overwrite_existing);
       std::ofstream(dir / "bench.Fio2007-Config")
-          << "[FileIO Plug-Ins]\nsteady=tp_steady.so\n[steady]\nSurrogate="
-          << (surrogate ? 0 : -1) << "\n";
+          << "[FileIO Plug-Ins]\nsteady=tp_steady.so\n[steady]\nSurrogate=" << (surrogate ? 0 : -1)
+          << "\n";
       std::ofstream(dir / "clip.bad") << "open:*";
     } else {
       clipName = "clip.flac";
       if (!writeFlac(dir / clipName)) return;
       block = 4;
       std::ofstream(dir / "bench.Fio2007-Config")
-          << "[FileIO Plug-Ins]\nAudio=" << OSTRA_PLUGIN_DIR << "/sndfile.so\n[Audio]\nSurrogate="
-          << (surrogate ? 0 : -1) << "\n";
+          << "[FileIO Plug-Ins]\nAudio=" << OSTRA_PLUGIN_DIR
+          << "/sndfile.so\n[Audio]\nSurrogate=" << (surrogate ? 0 : -1) << "\n";
     }
     IKaFileIOMgrForApp* app = nullptr;
     KaFio_CreateManager(IID_IKaFileIOMgrForApp, reinterpret_cast<void**>(&app));
     const std::u16string module = u16(dir / "host.so");
-    KAFIOMGRINIT init{sizeof init, KAFIO_INIT_BESIDE_MODULE, u"ostra-bench", module.c_str(),
-                      nullptr, 0};
+    KAFIOMGRINIT init{
+        sizeof init, KAFIO_INIT_BESIDE_MODULE, u"ostra-bench", module.c_str(), nullptr, 0};
     app->Initialize(&init);
     app->Rescan();
     app->QueryInterface(IID_IKaFileIOManager, reinterpret_cast<void**>(&manager));
@@ -87,8 +87,8 @@ struct Setup {
     for (int second = 0; second < 120; ++second) {
       for (size_t i = 0; i < buf.size(); ++i) {
         noise = noise * 1664525u + 1013904223u;
-        buf[i] = short(8000 * std::sin(double(second * 48000 + i / 2) * 0.0575) +
-                       int(noise >> 20) - 2048);
+        buf[i] = short(8000 * std::sin(double(second * 48000 + i / 2) * 0.0575) + int(noise >> 20) -
+                       2048);
       }
       sf_writef_short(f, buf.data(), 48000);
     }
@@ -145,13 +145,21 @@ void BM_CallLatency(benchmark::State& state, bool surrogate) {
 
 // Wall time: the surrogate's work happens in another process.
 BENCHMARK_CAPTURE(BM_Read, synthetic_in_process, Plugin::Synthetic, false)
-    ->RangeMultiplier(4)->Range(4 << 10, 1 << 20)->UseRealTime();
+    ->RangeMultiplier(4)
+    ->Range(4 << 10, 1 << 20)
+    ->UseRealTime();
 BENCHMARK_CAPTURE(BM_Read, synthetic_surrogate, Plugin::Synthetic, true)
-    ->RangeMultiplier(4)->Range(4 << 10, 1 << 20)->UseRealTime();
+    ->RangeMultiplier(4)
+    ->Range(4 << 10, 1 << 20)
+    ->UseRealTime();
 BENCHMARK_CAPTURE(BM_Read, flac_in_process, Plugin::Flac, false)
-    ->RangeMultiplier(4)->Range(4 << 10, 1 << 20)->UseRealTime();
+    ->RangeMultiplier(4)
+    ->Range(4 << 10, 1 << 20)
+    ->UseRealTime();
 BENCHMARK_CAPTURE(BM_Read, flac_surrogate, Plugin::Flac, true)
-    ->RangeMultiplier(4)->Range(4 << 10, 1 << 20)->UseRealTime();
+    ->RangeMultiplier(4)
+    ->Range(4 << 10, 1 << 20)
+    ->UseRealTime();
 BENCHMARK_CAPTURE(BM_CallLatency, in_process, false)->UseRealTime();
 BENCHMARK_CAPTURE(BM_CallLatency, surrogate, true)->UseRealTime();
 
