@@ -333,7 +333,10 @@ TEST(PluginFormats, DamagedMediaNeverBringsTheToolDown) {
     for (const std::string cmd : {"info " + quote(f), "samples --count 100000 " + quote(f),
                                   "frame --at 0.5 " + quote(f) + " " + quote(dir.file("d.bmp")),
                                   "convert " + quote(f) + " " + quote(dir.file("d.wav"))}) {
-      const RunResult r = ostra(cmd);
+      // libsndfile leaks libvorbis's stream information on some damaged Ogg files; in a
+      // sanitizer build that leak is not what this test is about.
+      const RunResult r = ostra::test::runCommand("ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 " +
+                                                  quote(OSTRA_TOOL_PATH) + " " + cmd);
       // Either read (as far as it goes) or refused with a message naming the file.
       ASSERT_GE(r.status, 0) << cmd << " did not end normally";
       ASSERT_LT(r.status, 128) << cmd;
