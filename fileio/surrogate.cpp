@@ -203,9 +203,11 @@ HRESULT SurrogateHost::call(const KAFIOPLUGINENTRY& plugin, unsigned generation,
       KaWaitForSingleObject(process_, 5000);
       DWORD code = 0;
       KaProcess_GetExitCode(process_, &code);
-      why = code == 128 + 6 ? KAERR_FIO_PLUGIN_ABORTED
-            : code > 128    ? KAERR_FIO_PLUGIN_CRASHED
-                            : KAERR_FIO_SURROGATE_GONE;
+      // SIGABRT is an abort; any other failing end in the middle of a call is a crash (a
+      // fatal signal, or a sanitizer's report of one, which exits with its own status).
+      why = code == 128 + 6                     ? KAERR_FIO_PLUGIN_ABORTED
+            : code != 0 && code != STILL_ACTIVE ? KAERR_FIO_PLUGIN_CRASHED
+                                                : KAERR_FIO_SURROGATE_GONE;
     }
     failLocked(plugin, name, why);
     return why;

@@ -23,6 +23,14 @@
 
 namespace {
 
+// The reader classes, released when the program ends (the modules stay loaded).
+struct Readers {
+  std::vector<IKaReadFileClass*> classes;
+  ~Readers() {
+    for (IKaReadFileClass* c : classes) c->Release();
+  }
+};
+
 std::vector<IKaReadFileClass*> loadReaders() {
   std::vector<IKaReadFileClass*> out;
   for (const char* name : {"sndfile.so", "media.so"}) {
@@ -88,7 +96,8 @@ void readVideo(IKaReadVideoStream* v) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static std::vector<IKaReadFileClass*> readers = loadReaders();
+  static Readers holder{loadReaders()};
+  const std::vector<IKaReadFileClass*>& readers = holder.classes;
   static const std::string path = (std::filesystem::temp_directory_path() /
                                    ("ostra-fuzz-media-" + std::to_string(KaGetCurrentProcessId())))
                                       .string();

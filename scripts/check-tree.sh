@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 status=0
 fail() { echo "check-tree: $*"; status=1; }
 
-lib_dirs=(audio engine fileio formats image kernel plugins resources tools)
+lib_dirs=(audio engine fileio formats image kernel plugins resources surrogate tools)
 files=$(git ls-files -- "${lib_dirs[@]/%//}" | grep -E '\.(cpp|h)$')
 
 posix='#include <(unistd|fcntl|pthread|dlfcn|dirent|termios|poll|spawn|signal)\.h>|#include <sys/'

@@ -4,6 +4,7 @@
 // makeSurrogateFactory; every other proxy comes from calls on it.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -52,7 +53,7 @@ class SurrogateHost {
   HANDLE process_ = nullptr;
   KAHIPC channel_ = nullptr;
   KAHSHARED shared_ = nullptr;
-  unsigned generation_ = 0;
+  std::atomic<unsigned> generation_{0};  // changed under lock_, read by proxies without it
 };
 
 // The name of the surrogate program beside the host's executable.

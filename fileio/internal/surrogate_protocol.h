@@ -2,6 +2,7 @@
 // header with an optional payload, answered by a fixed reply header with an optional
 // payload. Sample and frame data go through the shared memory the host maps with kMap;
 // everything else travels in the payloads. Objects in the surrogate are named by ids.
+// Shared with surrogate/ (the program on the other end).
 #pragma once
 
 #include <cstdint>

@@ -331,6 +331,8 @@ constexpr LayoutInfo kLayouts[] = {
     {KaFourCC('N', 'V', '1', '2'), AV_PIX_FMT_NV12, 12},
     {KaFourCC('P', '0', '1', '0'), AV_PIX_FMT_P010LE, 24},
     {KaFourCC('P', '2', '1', '0'), AV_PIX_FMT_P210LE, 32},
+    // Packed by libavcodec's v210 encoder from 4:2:2 10-bit planes.
+    {KaFourCC('v', '2', '1', '0'), AV_PIX_FMT_YUV422P10LE, 20},
 };
 
 const LayoutInfo* layoutOf(DWORD fourcc) {
@@ -371,6 +373,8 @@ class VideoStream final : public Object<IKaReadVideoStream> {
   ~VideoStream() override {
     sws_freeContext(scaler_);
     av_frame_free(&current_);
+    av_frame_free(&planes_);
+    avcodec_free_context(&packer_);
   }
 
   HRESULT init(const std::string& path, int index) {
@@ -506,6 +510,7 @@ class VideoStream final : public Object<IKaReadVideoStream> {
     if (!scaler_) return KAERR_UNSUPPORTED_FORMAT;
     uint8_t* planes[4] = {};
     int strides[4] = {};
+    if (layout && layout->fourcc == KaFourCC('v', '2', '1', '0')) return packV210(f, w, h, out);
     if (!layout) {
       const int stride = int(w) * 4;
       const bool bottomUp = header.biHeight > 0;
@@ -533,8 +538,47 @@ class VideoStream final : public Object<IKaReadVideoStream> {
     return S_OK;
   }
 
+  // v210: scaled into 4:2:2 10-bit planes, then packed by the v210 encoder, whose rows are
+  // the kernel's v210 rows (48 pixels in 128 bytes).
+  HRESULT packV210(const AVFrame* f, LONG w, LONG h, BYTE* out) {
+    if (!planes_ || planes_->width != w || planes_->height != h) {
+      av_frame_free(&planes_);
+      avcodec_free_context(&packer_);
+      planes_ = av_frame_alloc();
+      const AVCodec* v210 = avcodec_find_encoder(AV_CODEC_ID_V210);
+      if (!planes_ || !v210) return KAERR_UNSUPPORTED_FORMAT;
+      planes_->width = int(w);
+      planes_->height = int(h);
+      planes_->format = AV_PIX_FMT_YUV422P10LE;
+      if (av_frame_get_buffer(planes_, 0) < 0) return E_OUTOFMEMORY;
+      packer_ = avcodec_alloc_context3(v210);
+      if (!packer_) return E_OUTOFMEMORY;
+      packer_->width = int(w);
+      packer_->height = int(h);
+      packer_->pix_fmt = AV_PIX_FMT_YUV422P10LE;
+      packer_->time_base = {1, 25};
+      if (avcodec_open2(packer_, v210, nullptr) < 0) return KAERR_UNSUPPORTED_FORMAT;
+    }
+    if (av_frame_make_writable(planes_) < 0) return E_OUTOFMEMORY;
+    sws_scale(scaler_, f->data, f->linesize, 0, f->height, planes_->data, planes_->linesize);
+    AVPacket* packet = av_packet_alloc();
+    if (!packet) return E_OUTOFMEMORY;
+    HRESULT hr = KAERR_UNSUPPORTED_FORMAT;
+    if (avcodec_send_frame(packer_, planes_) >= 0 && avcodec_receive_packet(packer_, packet) >= 0) {
+      const size_t stride = size_t((w + 47) / 48) * 128;
+      if (size_t(packet->size) >= stride * size_t(h)) {
+        std::memcpy(out, packet->data, stride * size_t(h));
+        hr = S_OK;
+      }
+    }
+    av_packet_free(&packet);
+    return hr;
+  }
+
   Decoder dec_;
   SwsContext* scaler_ = nullptr;
+  AVFrame* planes_ = nullptr;
+  AVCodecContext* packer_ = nullptr;
   AVRational rate_{25, 1};
   UINT64 frames_ = 0;
   AVFrame* current_ = nullptr;

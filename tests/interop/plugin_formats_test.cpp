@@ -197,7 +197,11 @@ TEST(PluginFormats, VideoFrameMatchesFfmpegsDecode) {
       const char* args;
       double mean;
       int max;
-    } paths[] = {{"--layout bgra", 0.0, 0}, {"--matrix 601", 1.0, 6}};
+    } paths[] = {{"--layout bgra", 0.0, 0},
+                 {"--matrix 601", 1.0, 6},
+                 // 4:2:2 10-bit packed: 4:2:0 sources get their chroma resampled, which
+                 // moves sharp colour edges by up to a pixel.
+                 {"--layout v210 --matrix 601", 1.7, 110}};
     for (const auto& p : paths) {
       const std::string out = dir.file(std::string(c.name) + ".bmp");
       const RunResult r =
@@ -210,6 +214,46 @@ TEST(PluginFormats, VideoFrameMatchesFfmpegsDecode) {
       EXPECT_LE(mean, p.mean);
       EXPECT_LE(maxDiff, p.max);
     }
+  }
+}
+
+TEST(PluginFormats, ColourDescriptionAndTitleReachTheMetadataKeys) {
+  if (!havePeers()) GTEST_SKIP() << "ffmpeg missing";
+  TempDir dir;
+  const struct {
+    const char* name;
+    const char* args;
+    nlohmann::json meta;
+  } cases[] = {
+      {"hdr.mp4",
+       "-color_primaries bt2020 -color_trc smpte2084 -colorspace bt2020nc -color_range tv",
+       {{"Title", "Ünïcode"},
+        {"colour_description_present", "Yes"},
+        {"colour_primaries", "bt2020"},
+        {"transfer_characteristics", "smpte2084"},
+        {"matrix_coefficients", "bt2020nc"},
+        {"colour_range", "Limited"}}},
+      {"full.mkv",
+       "-color_primaries bt709 -color_trc bt709 -colorspace bt709 -color_range pc",
+       {{"Title", "Ünïcode"},
+        {"colour_description_present", "Yes"},
+        {"colour_primaries", "bt709"},
+        {"transfer_characteristics", "bt709"},
+        {"matrix_coefficients", "bt709"},
+        {"colour_range", "Full"}}},
+      {"plain.mp4", "", {{"Title", "Ünïcode"}, {"colour_description_present", "No"}}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string file = dir.file(c.name);
+    ASSERT_EQ(run("ffmpeg -v error -f lavfi -i testsrc=duration=0.3:size=64x48:rate=25 -c:v "
+                  "libx264 -pix_fmt yuv420p " +
+                  std::string(c.args) + " -metadata title=Ünïcode " + quote(file))
+                  .status,
+              0);
+    const nlohmann::json info = ostraJson("info --json " + quote(file));
+    ASSERT_FALSE(info.is_null());
+    EXPECT_EQ(info["metadata"], c.meta);
   }
 }
 
@@ -289,7 +333,10 @@ TEST(PluginFormats, DamagedMediaNeverBringsTheToolDown) {
     for (const std::string cmd : {"info " + quote(f), "samples --count 100000 " + quote(f),
                                   "frame --at 0.5 " + quote(f) + " " + quote(dir.file("d.bmp")),
                                   "convert " + quote(f) + " " + quote(dir.file("d.wav"))}) {
-      const RunResult r = ostra(cmd);
+      // libsndfile leaks libvorbis's stream information on some damaged Ogg files; in a
+      // sanitizer build that leak is not what this test is about.
+      const RunResult r = ostra::test::runCommand("ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 " +
+                                                  quote(OSTRA_TOOL_PATH) + " " + cmd);
       // Either read (as far as it goes) or refused with a message naming the file.
       ASSERT_GE(r.status, 0) << cmd << " did not end normally";
       ASSERT_LT(r.status, 128) << cmd;

@@ -40,6 +40,15 @@ TEST(PluginsCommand, ListsTheBundledPluginLoadedThenCached) {
   const RunResult text = run(dir, "plugins");
   EXPECT_NE(text.out.find("KernelFormats  (merit 100, in process, from the cache)"),
             std::string::npos);
+  // Nothing has failed here: the block list is empty, unblocking a name is refused and
+  // clearing it is harmless.
+  EXPECT_TRUE(j["blocked"].empty());
+  const RunResult unknown = run(dir, "plugins --unblock Nobody");
+  EXPECT_EQ(unknown.status, 1);
+  EXPECT_NE(unknown.err.find("Nobody: not on the block list"), std::string::npos) << unknown.err;
+  const RunResult all = run(dir, "plugins --all");
+  EXPECT_EQ(all.status, 0) << all.err;
+  EXPECT_EQ(all.out, "block list cleared\n");
 }
 
 TEST(IdentifyCommand, NamesThePluginPassAndRefusals) {

@@ -123,9 +123,9 @@ void setup(CLI::App& cmd) {
   cmd.add_option("--at", o.at, "The frame: HH:MM:SS:FF, HH:MM:SS.sss or seconds (default 0)");
   cmd.add_option("--layout", o.layout,
                  "Layout the reader delivers: native (its own, default), UYVY, YUYV, I420, "
-                 "YV12, YV16, NV12, P010, P210, or bgra (the reader makes the bitmap)")
-      ->check(CLI::IsMember(
-          {"native", "UYVY", "YUYV", "I420", "YV12", "YV16", "NV12", "P010", "P210", "bgra"}));
+                 "YV12, YV16, NV12, P010, P210, v210, or bgra (the reader makes the bitmap)")
+      ->check(CLI::IsMember({"native", "UYVY", "YUYV", "I420", "YV12", "YV16", "NV12", "P010",
+                             "P210", "v210", "bgra"}));
   cmd.add_option("--matrix", o.matrix,
                  "Colour matrix of the YUV conversion: file (as the file says), auto (by "
                  "size), 601, 709 or 2020")
