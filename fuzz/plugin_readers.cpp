@@ -58,12 +58,11 @@ std::vector<IKaReadFileClass*> loadReaders() {
 }
 
 void readAudio(IKaReadAudioStream* a) {
-  alignas(8) unsigned char fmt[KAWAVEFORMAT_BUFFER_SIZE] = {};
-  auto* wfx = reinterpret_cast<_kawaveformat*>(fmt);
+  _kawaveformat wfx{};
   UINT64 frames = 0;
-  if (FAILED(a->GetFormat(wfx, sizeof fmt)) || FAILED(a->GetFrameCount(&frames))) return;
-  if (!wfx->nBlockAlign) return;
-  std::vector<uint8_t> buf(size_t(wfx->nBlockAlign) * 4096);
+  if (FAILED(a->GetFormat(&wfx, sizeof wfx)) || FAILED(a->GetFrameCount(&frames))) return;
+  if (!wfx.nBlockAlign) return;
+  std::vector<uint8_t> buf(size_t(wfx.nBlockAlign) * 4096);
   for (const UINT64 at : {UINT64(0), frames / 2, frames + 10, UINT64(1)}) {
     DWORD got = 0;
     if (SUCCEEDED(a->Read(at, buf.data(), 4096, &got)) && got > 4096) std::abort();

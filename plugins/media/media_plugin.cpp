@@ -639,20 +639,39 @@ std::vector<std::pair<std::u16string, std::u16string>> readMeta(AVFormatContext*
     }
   }
   const AVCodecParameters* p = s->codecpar;
-  const bool described = p->color_primaries != AVCOL_PRI_UNSPECIFIED ||
-                         p->color_trc != AVCOL_TRC_UNSPECIFIED ||
-                         p->color_space != AVCOL_SPC_UNSPECIFIED;
+  // The container's numbers land in these enum fields unchecked, so they are read as the
+  // integers they are and named only inside the enums' ranges.
+  const auto raw = [](const auto& field) {
+    int value = 0;
+    static_assert(sizeof field == sizeof value);
+    std::memcpy(&value, &field, sizeof value);
+    return value;
+  };
+  const int primaries = raw(p->color_primaries), transfer = raw(p->color_trc),
+            space = raw(p->color_space), range = raw(p->color_range);
+  const auto name = [](int value, int count, const char* known) {
+    return ascii(value >= 0 && value < count && known ? std::string(known) : std::to_string(value));
+  };
+  const bool described = primaries != AVCOL_PRI_UNSPECIFIED || transfer != AVCOL_TRC_UNSPECIFIED ||
+                         space != AVCOL_SPC_UNSPECIFIED;
   v.emplace_back(u"colour_description_present", described ? u"Yes" : u"No");
   if (described) {
-    if (const char* n = av_color_primaries_name(p->color_primaries))
-      v.emplace_back(u"colour_primaries", ascii(n));
-    if (const char* n = av_color_transfer_name(p->color_trc))
-      v.emplace_back(u"transfer_characteristics", ascii(n));
-    if (const char* n = av_color_space_name(p->color_space))
-      v.emplace_back(u"matrix_coefficients", ascii(n));
+    const bool p0 = primaries >= 0 && primaries < AVCOL_PRI_NB;
+    const bool t0 = transfer >= 0 && transfer < AVCOL_TRC_NB;
+    const bool s0 = space >= 0 && space < AVCOL_SPC_NB;
+    v.emplace_back(u"colour_primaries",
+                   name(primaries, AVCOL_PRI_NB,
+                        p0 ? av_color_primaries_name(AVColorPrimaries(primaries)) : nullptr));
+    v.emplace_back(
+        u"transfer_characteristics",
+        name(transfer, AVCOL_TRC_NB,
+             t0 ? av_color_transfer_name(AVColorTransferCharacteristic(transfer)) : nullptr));
+    v.emplace_back(
+        u"matrix_coefficients",
+        name(space, AVCOL_SPC_NB, s0 ? av_color_space_name(AVColorSpace(space)) : nullptr));
   }
-  if (p->color_range == AVCOL_RANGE_MPEG) v.emplace_back(u"colour_range", u"Limited");
-  if (p->color_range == AVCOL_RANGE_JPEG) v.emplace_back(u"colour_range", u"Full");
+  if (range == AVCOL_RANGE_MPEG) v.emplace_back(u"colour_range", u"Limited");
+  if (range == AVCOL_RANGE_JPEG) v.emplace_back(u"colour_range", u"Full");
   const auto* md = reinterpret_cast<const AVMasteringDisplayMetadata*>(
       av_stream_get_side_data(s, AV_PKT_DATA_MASTERING_DISPLAY_METADATA, nullptr));
   if (md && md->has_primaries) {
