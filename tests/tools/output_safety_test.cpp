@@ -80,6 +80,10 @@ const Command kCommands[] = {
      [](const std::string& in, const std::string& out) {
        return "convert " + q(in) + " " + q(out) + " --type float32";
      }},
+    {"convert through a renderer plug-in", "in.wav",
+     [](const std::string& in, const std::string& out) {
+       return "convert " + q(in) + " " + q(out) + " --container flac";
+     }},
     {"yuv2rgb", "in.yuv",
      [](const std::string& in, const std::string& out) {
        return "yuv2rgb --layout UYVY --size 4x2 " + q(in) + " " + q(out);

@@ -19,6 +19,7 @@
 #include "ostra/kawave.h"
 #include "ostra/riff.h"
 #include "ostra/riff64.h"
+#include "output_file.h"
 #include "progress.h"
 #include "std_streams.h"
 #include "text.h"
@@ -282,6 +283,8 @@ HRESULT convertFile(const ConvertRequest& r) {
     }
   } releaseRenderer{renderer};
   FormatFacts dstStored;
+  // A renderer's file is written beside the output and replaces it only when finished.
+  OutputFile rendered;
   std::string renderPath;
   struct Remover {
     const std::string& path;
@@ -313,15 +316,15 @@ HRESULT convertFile(const ConvertRequest& r) {
     dstStored.bigEndianFloat = out.floatsBigEndian();
     dstStored.bits = WORD(8 * KaAudio_BytesFromSampleType(dstType));
   } else {
-    if (!toStdout && input == output) return withReason(E_INVALIDARG, "the output is the input");
+    std::string why;
+    if (FAILED(hr = rendered.reserve(output, {input}, why))) return withReason(hr, why);
     if (FAILED(hr = startManager(false, false, &renderers))) return hr;
     const std::u16string ext(codec.begin(), codec.end());
     hr = renderers.manager->CreateRendererForExtension(ext.c_str(), &renderer, nullptr);
     if (FAILED(hr)) return withReason(hr, "no renderer plug-in writes ." + codec + " files");
-    // The renderer knows the container by the extension: a name without it is written under
-    // one and renamed when finished.
-    if (codecForName(output) != codec) renderPath = output + ".part." + codec;
-    const std::u16string wide = widenUtf8(renderPath.empty() ? output : renderPath);
+    // The renderer knows the container by the extension, so it writes under one.
+    renderPath = rendered.path() + "." + codec;
+    const std::u16string wide = widenUtf8(renderPath);
     hr = renderer->Create(wide.c_str(), dstFormat, 0);
     if (FAILED(hr))
       return withReason(hr, codec == "opus" ? "Opus takes 8, 12, 16, 24 or 48 kHz audio"
@@ -367,12 +370,12 @@ HRESULT convertFile(const ConvertRequest& r) {
   if (renderer) {
     hr = renderer->Finish();
     if (FAILED(hr)) return hr;
-    if (!renderPath.empty()) {
-      std::error_code ec;
-      std::filesystem::rename(renderPath, output, ec);
-      if (ec)
-        return withReason(KAERR_WRITE_FAILED, "cannot rename " + renderPath + ": " + ec.message());
-    }
+    std::error_code ec;
+    std::filesystem::rename(renderPath, rendered.path(), ec);
+    if (ec)
+      return withReason(KAERR_WRITE_FAILED, "cannot rename " + renderPath + ": " + ec.message());
+    std::string why;
+    if (FAILED(hr = rendered.commit(why))) return withReason(hr, why);
   } else {
     hr = out.finish();
     if (FAILED(hr)) return withReason(hr, out.refusal());
